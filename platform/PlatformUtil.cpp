@@ -1,0 +1,1 @@
+// Platform detection; replaced in a following commit.

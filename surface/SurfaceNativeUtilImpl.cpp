@@ -1,0 +1,1 @@
+// The library frame is being written; this file is replaced in the next commit.
