@@ -1,19 +1,57 @@
 # libnuvranativeutil.so. Only SurfaceNativeUtil_Get and SurfaceNativeUtil_GetVersion are
 # exported; everything else, the statically linked kernels included, stays hidden.
+# The main unit's file comes first and each unit's static initialisers follow in this order at
+# load: SurfaceNativeUtilImpl, PlatformUtil, qcom/FormatConverter, clWrapper. Only the first file of
+# each unit defines statics with initialisers.
 set(NUVRA_LIBRARY_SOURCES
     surface/SurfaceNativeUtilImpl.cpp
+    surface/PropertyGet_Helper.cpp
+    surface/JniSupport.cpp
+    surface/SurfaceQueries.cpp
+    surface/SurfaceConnection.cpp
+    surface/SurfaceGeometry.cpp
+    surface/PendingOperations.cpp
+)
+# The vendor is fixed in PlatformUtil alone; the other units ask it at run time, so their objects
+# are compiled once and shared by the vendor variants below.
+set(NUVRA_VENDOR_SOURCES
     platform/PlatformUtil.cpp
 )
 
-add_library(nuvranativeutil SHARED ${NUVRA_LIBRARY_SOURCES})
-target_include_directories(nuvranativeutil PRIVATE ${CMAKE_SOURCE_DIR})
-target_compile_definitions(nuvranativeutil PRIVATE NUVRA_VENDOR_${NUVRA_VENDOR}=1)
-set_target_properties(nuvranativeutil PROPERTIES
+add_library(nuvra_library_objects OBJECT ${NUVRA_LIBRARY_SOURCES})
+target_include_directories(nuvra_library_objects PRIVATE ${CMAKE_SOURCE_DIR})
+set_target_properties(nuvra_library_objects PROPERTIES
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
-target_link_options(nuvranativeutil PRIVATE -Wl,--exclude-libs,ALL -Wl,--no-undefined)
-target_link_libraries(nuvranativeutil PRIVATE
-    nuvra_kernels
-    gui ui camera_client android_runtime properties
-    android::utils android::cutils android::log java::jni ${CMAKE_DL_LIBS})
-nuvra_strict_warnings(nuvranativeutil)
+target_link_libraries(nuvra_library_objects PRIVATE
+    nuvra_kernels gui ui camera_client android_runtime properties
+    android::utils android::cutils android::log java::jni)
+nuvra_strict_warnings(nuvra_library_objects)
+
+# Builds libnuvranativeutil.so for one vendor into `outputDir`.
+function(nuvra_add_library target vendor outputDir)
+    add_library(${target} SHARED $<TARGET_OBJECTS:nuvra_library_objects> ${NUVRA_VENDOR_SOURCES})
+    target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR})
+    target_compile_definitions(${target} PRIVATE NUVRA_VENDOR_${vendor}=1)
+    set_target_properties(${target} PROPERTIES
+        OUTPUT_NAME nuvranativeutil
+        LIBRARY_OUTPUT_DIRECTORY ${outputDir}
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON)
+    target_link_options(${target} PRIVATE -Wl,--exclude-libs,ALL -Wl,--no-undefined)
+    target_link_libraries(${target} PRIVATE
+        nuvra_kernels
+        gui ui camera_client android_runtime properties
+        android::utils android::cutils android::log java::jni ${CMAKE_DL_LIBS})
+    nuvra_strict_warnings(${target})
+endfunction()
+
+# The library as shipped (NUVRA_VENDOR, Qualcomm by default) ...
+nuvra_add_library(nuvranativeutil ${NUVRA_VENDOR} ${CMAKE_BINARY_DIR}/lib)
+
+# ... and, for the tests of the other vendors' branches, the K.ORB and MT builds beside it.
+option(NUVRA_VENDOR_VARIANTS "Also build the K.ORB and MT variants of the library for tests" ON)
+if(NUVRA_VENDOR_VARIANTS)
+    nuvra_add_library(nuvranativeutil_korb KORB ${CMAKE_BINARY_DIR}/lib/korb)
+    nuvra_add_library(nuvranativeutil_mt MT ${CMAKE_BINARY_DIR}/lib/mt)
+endif()
