@@ -10,6 +10,8 @@ set(NUVRA_LIBRARY_SOURCES
     surface/SurfaceQueries.cpp
     surface/SurfaceConnection.cpp
     surface/SurfaceGeometry.cpp
+    surface/PixelConversion.cpp
+    surface/FrameProducer.cpp
     surface/PendingOperations.cpp
 )
 # The vendor is fixed in PlatformUtil alone; the other units ask it at run time, so their objects

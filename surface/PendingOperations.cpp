@@ -10,16 +10,6 @@
 
 #define NOT_AVAILABLE_YET(name) SLOGE("%s: not available in this build yet", name)
 
-int SurfaceNativeUtilImpl::nativeProduceFrame(JNIEnv*, jobject, jobject, int, int, int) {
-    NOT_AVAILABLE_YET("nativeProduceFrame");
-    return android::INVALID_OPERATION;
-}
-
-int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21(JNIEnv*, jobject, jlong, int, int) {
-    NOT_AVAILABLE_YET("nativeProduceFrameWithNV21");
-    return android::INVALID_OPERATION;
-}
-
 int SurfaceNativeUtilImpl::nativeGetJpegFooterSize(JNIEnv*) {
     NOT_AVAILABLE_YET("nativeGetJpegFooterSize");
     return android::INVALID_OPERATION;
