@@ -1,0 +1,87 @@
+// android_load_sphal_library: the default namespace, a confined search path, faults.
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <hostcontrol/FaultInjection.h>
+#include <hostcontrol/LogCapture.h>
+#include <hostvndksupport/SphalNamespace.h>
+#include <vndksupport/linker.h>
+
+#include <cstdlib>
+
+namespace {
+
+class SphalNamespaceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        host::setLogEcho(false);
+        host::clearCapturedLogs();
+        host::resetFaultsAndCalls();
+        mSaved = host::sphalSearchPath();
+        host::setSphalSearchPath({});
+    }
+    void TearDown() override {
+        host::setSphalSearchPath(mSaved);
+        host::resetFaultsAndCalls();
+    }
+
+    static int answer(void* handle) {
+        auto probe = reinterpret_cast<int (*)()>(dlsym(handle, "sphal_probe_answer"));
+        return probe != nullptr ? probe() : -1;
+    }
+
+    static size_t warnings() {
+        size_t count = 0;
+        for (const host::LogLine& line : host::capturedLogs()) {
+            if (line.tag == "vndksupport" && line.priority == 5) ++count;
+        }
+        return count;
+    }
+
+private:
+    std::vector<std::string> mSaved;
+};
+
+TEST_F(SphalNamespaceTest, WithoutDirectoriesTheNormalSearchPathIsUsed) {
+    void* libc = android_load_sphal_library("libc.so.6", RTLD_NOW);
+    ASSERT_NE(libc, nullptr);
+    EXPECT_NE(dlsym(libc, "malloc"), nullptr);
+    EXPECT_EQ(android_unload_sphal_library(libc), 0);
+
+    // The probe is not on the normal search path.
+    EXPECT_EQ(android_load_sphal_library("libsphal_probe.so", RTLD_NOW), nullptr);
+    EXPECT_EQ(warnings(), 1u);
+    EXPECT_EQ(dlerror(), nullptr);  // the warning took the loader's message
+    EXPECT_EQ(android_is_in_vendor_process(), 0);
+}
+
+TEST_F(SphalNamespaceTest, ConfinedDirectoriesAreSearchedInOrderAndOnly) {
+    host::setSphalSearchPath({"/nonexistent-sphal-dir", SPHAL_PROBE_DIR});
+    void* probe = android_load_sphal_library("libsphal_probe.so", RTLD_NOW | RTLD_GLOBAL);
+    ASSERT_NE(probe, nullptr);
+    EXPECT_EQ(answer(probe), 42);
+    EXPECT_EQ(android_unload_sphal_library(probe), 0);
+    EXPECT_EQ(warnings(), 0u);
+
+    // libc is not in the namespace's directories, so the namespace does not find it...
+    EXPECT_EQ(android_load_sphal_library("libc.so.6", RTLD_NOW), nullptr);
+    EXPECT_EQ(warnings(), 1u);
+    // ...while a path names the library directly.
+    std::string path = std::string(SPHAL_PROBE_DIR) + "/libsphal_probe.so";
+    host::setSphalSearchPath({"/nonexistent-sphal-dir"});
+    probe = android_load_sphal_library(path.c_str(), RTLD_NOW);
+    ASSERT_NE(probe, nullptr);
+    EXPECT_EQ(android_unload_sphal_library(probe), 0);
+}
+
+TEST_F(SphalNamespaceTest, AnArmedFaultLoadsNothing) {
+    host::setSphalSearchPath({SPHAL_PROBE_DIR});
+    host::injectFault("vndksupport.android_load_sphal_library", -1);
+    EXPECT_EQ(android_load_sphal_library("libsphal_probe.so", RTLD_NOW), nullptr);
+    void* probe = android_load_sphal_library("libsphal_probe.so", RTLD_NOW);
+    EXPECT_NE(probe, nullptr);
+    if (probe != nullptr) android_unload_sphal_library(probe);
+    EXPECT_EQ(host::callCount("vndksupport.android_load_sphal_library"), 2u);
+}
+
+}  // namespace
