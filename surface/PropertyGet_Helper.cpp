@@ -4,11 +4,15 @@
 
 #include <cstring>
 
-PropertyGet_Helper::PropertyGet_Helper() : handle(nullptr), propertyGet(nullptr) {
-    handle = dlopen(PROPERTY_LIBRARY_NAME, PROPERTY_LIBRARY_FLAGS);
+PropertyGet_Helper::PropertyGet_Helper()
+    : PropertyGet_Helper(PROPERTY_LIBRARY_NAME, PROPERTY_LIBRARY_FLAGS) {}
+
+PropertyGet_Helper::PropertyGet_Helper(const char* library, int flags)
+    : handle(nullptr), propertyGet(nullptr) {
+    handle = dlopen(library, flags);
     if (handle == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, PROPERTY_GET_HELPER_LOG_TAG,
-                            "Cannot dlopen " PROPERTY_LIBRARY_NAME ": %s", dlerror());
+        __android_log_print(ANDROID_LOG_ERROR, PROPERTY_GET_HELPER_LOG_TAG, "Cannot dlopen %s: %s",
+                            library, dlerror());
         return;
     }
     propertyGet = reinterpret_cast<PropertyGetFn>(dlsym(handle, "__system_property_get"));

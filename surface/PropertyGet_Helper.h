@@ -28,7 +28,10 @@ class PropertyGet_Helper {
 public:
     using PropertyGetFn = int (*)(const char* name, char* value);
 
+    // Opens the platform's property library (PROPERTY_LIBRARY_NAME).
     PropertyGet_Helper();
+    // Opens `library`, which must already be loaded, with `flags`.
+    PropertyGet_Helper(const char* library, int flags);
     ~PropertyGet_Helper();
     PropertyGet_Helper(const PropertyGet_Helper&) = delete;
     PropertyGet_Helper& operator=(const PropertyGet_Helper&) = delete;

@@ -1,0 +1,135 @@
+// The exported entry points and the order of the dispatch table, through the shipped library.
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <set>
+#include <string>
+
+#include "LibraryTestSupport.h"
+#include "testsupport/JniTest.h"
+
+namespace nuvra::test {
+namespace {
+
+class EntryPointsTest : public JniTest {};
+
+TEST_F(EntryPointsTest, OneObjectAndVersion8) {
+    SurfaceNativeUtil* first = SurfaceNativeUtil_Get();
+    ASSERT_NE(first, nullptr);
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(SurfaceNativeUtil_Get(), first);
+    EXPECT_EQ(SurfaceNativeUtil_GetVersion(), 8);
+}
+
+TEST_F(EntryPointsTest, OnlyTheTwoEntryPointsAreExported) {
+    std::string command = "nm -D --defined-only '" NUVRA_LIBRARY_PATH "'";
+    FILE* nm = popen(command.c_str(), "r");
+    ASSERT_NE(nm, nullptr);
+    std::set<std::string> symbols;
+    char line[512];
+    while (fgets(line, sizeof(line), nm) != nullptr) {
+        char type = 0;
+        char name[400] = {};
+        if (sscanf(line, "%*s %c %399s", &type, name) == 2) symbols.insert(name);
+    }
+    ASSERT_EQ(pclose(nm), 0);
+    EXPECT_EQ(symbols, (std::set<std::string>{"SurfaceNativeUtil_Get",
+                                              "SurfaceNativeUtil_GetVersion"}));
+}
+
+// Calls slot `index` of the object's dispatch table as a function of type Fn.
+template <typename Fn, typename... Args>
+auto callSlot(int index, Args... args) {
+    SurfaceNativeUtil* object = SurfaceNativeUtil_Get();
+    void** table = *reinterpret_cast<void***>(object);
+    return reinterpret_cast<Fn>(table[index])(object, args...);
+}
+
+using ObjFn = int (*)(SurfaceNativeUtil*, JNIEnv*, jobject);
+using ObjIntFn = int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int);
+using ObjObjFn = int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject);
+
+// Each slot is called with null objects and recognised by a line only its operation writes.
+TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
+    setLogLevel("V");
+    struct Slot {
+        int index;
+        std::function<void()> call;
+        std::string line;  // "P text"
+    };
+    JNIEnv* e = env;
+    const Slot slots[] = {
+            {2, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jintArray)>(2, e, nullptr, nullptr); },
+             "6 nativeDetectSurfaceDimens: Null dimens argument passed to nativeDetectSurfaceDimens"},
+            {3, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int)>(3, e, nullptr, nullptr, 1, 1, 1); },
+             "6 nativeProduceFrame: Could not retrieve native window from surface."},
+            {4, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong, int, int)>(4, e, nullptr, jlong{0}, 1, 1); },
+             "6 nativeProduceFrameWithNV21: Could not retrieve native window from surface."},
+            {5, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, jboolean)>(5, e, nullptr, 1, jboolean{0}); },
+             "6 nativeSetSurfaceFormat: Could not retrieve native window from surface."},
+            {6, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(6, e, nullptr, 1, 1); },
+             "6 nativeSetSurfaceDimens: Could not retrieve native window from surface."},
+            {7, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(7, e, nullptr, 1, 1); },
+             "2 nativeSetSurfaceOrientation"},
+            {8, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*)>(8, e); },
+             "6 nativeGetJpegFooterSize: not available in this build yet"},
+            {9, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobjectArray, jobject, int, int, jintArray, jintArray)>(9, e, nullptr, nullptr, 1, 1, nullptr, nullptr); },
+             "6 nativeConvertFlexibleToNV21: not available in this build yet"},
+            {10, [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(10, e, nullptr); },
+             "2 nativeCreatePrivateSurface"},
+            {11, [&] { callSlot<ObjIntFn>(11, e, nullptr, 1); },
+             "6 nativeSetScalingMode: Could not retrieve native window from surface."},
+            {12, [&] { callSlot<jlong (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(12, e, nullptr); },
+             "6 nativeGetNativeContext: not available in this build yet"},
+            {13, [&] { callSlot<ObjFn>(13, e, nullptr); },
+             "6 nativeGetJpegSize: not available in this build yet"},
+            {14, [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(14, e, nullptr); },
+             "6 nativeGetBufferfromImage: not available in this build yet"},
+            {15, [&] { callSlot<ObjObjFn>(15, e, nullptr, nullptr); },
+             "6 nativePutByteBufferFromImage: not available in this build yet"},
+            {16, [&] { callSlot<ObjObjFn>(16, e, nullptr, nullptr); },
+             "6 nativePutByteBufferFromSurface: not available in this build yet"},
+            {17, [&] { callSlot<ObjFn>(17, e, nullptr); },
+             "6 nativeConnectSurface: Could not retrieve surface."},
+            {18, [&] { callSlot<ObjFn>(18, e, nullptr); }, "2 nativeDisconnectSurface"},
+            {19, [&] { callSlot<ObjObjFn>(19, e, nullptr, nullptr); },
+             "6 nativeProduceFrameWithYuv420: not available in this build yet"},
+            {20, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int, int)>(20, e, nullptr, nullptr, 1, 1, 1, 1); },
+             "6 nativeProduceFrameWithNV21FromBuffer: not available in this build yet"},
+            {21, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(21, e, nullptr, jlong{1}); },
+             "6 nativeSetNextTimestamp: Could not retrieve native window from surface."},
+            {22, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(22, e, nullptr, jlong{1}); },
+             "6 nativeSetDequeueTimeout: Could not retrieve surface."},
+            {23, [&] { callSlot<ObjFn>(23, e, nullptr); },
+             "6 nativeGetDataSpaceFromImage: not available in this build yet"},
+            {24, [&] { callSlot<ObjIntFn>(24, e, nullptr, 1); },
+             "6 nativeSetDataSpaceToSurface: Could not retrieve native window from surface."},
+            {25, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int, int)>(25, e, nullptr, 1, 1, 1); },
+             "2 nativeSetSurfaceMirror"},
+            {26, [&] { callSlot<ObjFn>(26, e, nullptr); },
+             "6 nativeDetectSurfaceType: Could not retrieve native window from surface."},
+            {27, [&] { callSlot<ObjFn>(27, e, nullptr); },
+             "6 nativeDetectSurfaceDataspace: Could not retrieve native window from surface."},
+            {28, [&] { callSlot<jlong (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(28, e, nullptr); },
+             "6 nativeDetectSurfaceUsageFlags: Could not retrieve native window from surface."},
+            {29, [&] { callSlot<ObjObjFn>(29, e, nullptr, nullptr); },
+             "6 nativeProduceFrameToHardwareBuffer: not available in this build yet"},
+    };
+    for (const Slot& slot : slots) {
+        host::clearCapturedLogs();
+        slot.call();
+        env->ExceptionClear();
+        std::vector<std::string> lines;
+        for (const host::LogLine& l : host::capturedLogs()) {
+            if (l.tag == kSurfaceTag) lines.push_back(std::to_string(l.priority) + " " + l.text);
+        }
+        EXPECT_NE(std::find(lines.begin(), lines.end(), slot.line), lines.end())
+                << "slot " << slot.index << " did not write \"" << slot.line << "\"";
+    }
+}
+
+}  // namespace
+}  // namespace nuvra::test
