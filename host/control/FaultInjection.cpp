@@ -25,17 +25,27 @@ State& state() {
     return *s;
 }
 
+int32_t consumeFaultLocked(State& s, const char* point) {
+    auto it = s.faults.find(point);
+    if (it == s.faults.end()) return 0;
+    int32_t status = it->second.status;
+    if (it->second.remaining > 0 && --it->second.remaining == 0) s.faults.erase(it);
+    return status;
+}
+
 }  // namespace
 
 int32_t checkpoint(const char* point) {
     State& s = state();
     std::lock_guard<std::mutex> guard(s.lock);
     s.calls.emplace_back(point);
-    auto it = s.faults.find(point);
-    if (it == s.faults.end()) return 0;
-    int32_t status = it->second.status;
-    if (it->second.remaining > 0 && --it->second.remaining == 0) s.faults.erase(it);
-    return status;
+    return consumeFaultLocked(s, point);
+}
+
+int32_t takeFault(const char* point) {
+    State& s = state();
+    std::lock_guard<std::mutex> guard(s.lock);
+    return consumeFaultLocked(s, point);
 }
 
 void injectFault(const std::string& point, int32_t status, int times) {

@@ -28,6 +28,11 @@ namespace host {
 // Records the call `point` and returns the status armed for it, or 0 (OK) when none is.
 int32_t checkpoint(const char* point);
 
+// Returns the status armed for `point` and uses it up as checkpoint() does, but records no call:
+// for points that change how a call that already passed its own checkpoint succeeds (e.g.
+// buffer.lock.nullAddress), so that the call record lists only the calls made.
+int32_t takeFault(const char* point);
+
 // Arms `point` to fail with `status` on its next `times` calls (times < 0: until cleared).
 void injectFault(const std::string& point, int32_t status, int times = 1);
 // Disarms every fault.
