@@ -71,8 +71,8 @@ void copySwapChromaPairs(KernelVariant variant, uint8_t* dst, const uint8_t* src
 
 // Copies `rows` rows of `rowBytes` bytes, src rows srcPitch apart and dst rows dstPitch apart:
 // one memcpy of the whole plane when both pitches equal rowBytes, one per row otherwise.
-void copyPlane(uint8_t* dst, size_t dstPitch, const uint8_t* src, size_t srcPitch,
-               size_t rowBytes, size_t rows);
+void copyPlane(uint8_t* dst, size_t dstPitch, const uint8_t* src, size_t srcPitch, size_t rowBytes,
+               size_t rows);
 
 // copyPlane with the byte pairs of every row swapped as by copySwapChromaPairs (the NV21 chroma
 // plane into an NV12 one). Packed planes of even rowBytes go as one run.

@@ -53,8 +53,8 @@ void rgbaToYuvPlanar_C(const uint8_t* rgba, uint8_t* y, uint8_t* cr, uint8_t* cb
 }  // namespace
 
 const RowFunctions kRowFunctions_C = {
-    RgbaToYRow_C,      rgbaToYuvVU_C,   rgbaToYuvUV_C,
-    rgbaToYuvPlanar_C, Nv21ToRgb565Row_C, SwapPairsRow_C,
+        RgbaToYRow_C,      rgbaToYuvVU_C,     rgbaToYuvUV_C,
+        rgbaToYuvPlanar_C, Nv21ToRgb565Row_C, SwapPairsRow_C,
 };
 
 }  // namespace nuvra::kernels::detail

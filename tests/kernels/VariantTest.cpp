@@ -1,0 +1,320 @@
+// Every variant (unsupported ones run the scalar rows) against the model and the scalar reference
+// over many sizes, strides, chroma layouts and pixel contents; and the bounds: buffers fenced by
+// inaccessible pages on either side, canary bytes in every gap and margin.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "KernelTestSupport.h"
+
+namespace nuvra::kernels::test {
+namespace {
+
+struct Size {
+    size_t w, h;
+};
+
+// Widths around the vector block sizes (16 and 32 pixels) and odd ones, heights with and without
+// a last row of their own, single rows and single columns.
+std::vector<Size> frameSizes() {
+    std::vector<Size> sizes;
+    const size_t widths[] = {1,  2,  3,  5,  8,  15, 16, 17, 31,  32,  33,
+                             34, 47, 48, 63, 64, 65, 66, 97, 127, 128, 129};
+    const size_t heights[] = {1, 2, 3, 4, 5};
+    for (size_t w : widths) {
+        for (size_t h : heights) {
+            if (!kEmulated || w % 2 == 1 || h == 2) sizes.push_back({w, h});
+        }
+    }
+    for (Size s : {Size{1, 40}, Size{1, 9}, Size{255, 7}, Size{256, 6}, Size{1001, 3}}) {
+        sizes.push_back(s);
+    }
+    return sizes;
+}
+
+enum class Layout { NV21, NV12, Planar, Step3, Overlapping };
+
+const char* layoutName(Layout l) {
+    switch (l) {
+        case Layout::NV21:
+            return "NV21";
+        case Layout::NV12:
+            return "NV12";
+        case Layout::Planar:
+            return "Planar";
+        case Layout::Step3:
+            return "Step3";
+        case Layout::Overlapping:
+            return "Overlapping";
+    }
+    return "?";
+}
+
+// Where the planes of one frame lie within one output buffer, with a canary margin on each side.
+struct Geometry {
+    size_t total = 0, yOff = 0, crOff = 0, cbOff = 0, step = 0, yStride = 0, cStride = 0;
+};
+
+constexpr size_t kMargin = 40;
+
+Geometry geometry(Layout layout, size_t w, size_t h, size_t pad) {
+    const size_t cw = (w + 1) / 2;
+    const size_t ch = (h + 1) / 2;
+    Geometry g;
+    g.yOff = kMargin;
+    g.yStride = w + pad;
+    const size_t yEnd = g.yOff + g.yStride * h;
+    switch (layout) {
+        case Layout::NV21:
+        case Layout::NV12:
+            g.step = 2;
+            g.cStride = 2 * cw + pad;
+            g.crOff = layout == Layout::NV21 ? yEnd : yEnd + 1;
+            g.cbOff = layout == Layout::NV21 ? yEnd + 1 : yEnd;
+            g.total = yEnd + g.cStride * ch;
+            break;
+        case Layout::Planar:
+            g.step = 1;
+            g.cStride = cw + pad;
+            g.crOff = yEnd;
+            g.cbOff = yEnd + g.cStride * ch;
+            g.total = g.cbOff + g.cStride * ch;
+            break;
+        case Layout::Step3:
+            g.step = 3;
+            g.cStride = 3 * cw + pad;
+            g.crOff = yEnd;
+            g.cbOff = yEnd + 1;
+            g.total = yEnd + g.cStride * ch;
+            break;
+        case Layout::Overlapping:
+            // The chroma starts in the middle of the Y plane.
+            g.step = 2;
+            g.cStride = 2 * cw + pad;
+            g.crOff = g.yOff + (g.yStride * h) / 2;
+            g.cbOff = g.crOff + 1;
+            g.total = std::max(yEnd, g.crOff + g.cStride * ch);
+            break;
+    }
+    g.total += kMargin;
+    return g;
+}
+
+void convert(KernelVariant v, const std::vector<uint8_t>& rgba, Size s, const Geometry& g,
+             std::vector<uint8_t>& out) {
+    out.assign(g.total, kCanary);
+    rgbaToYuv420(v, rgba.data(), s.w, s.h, out.data() + g.yOff, out.data() + g.crOff,
+                 out.data() + g.cbOff, g.step, g.yStride, g.cStride);
+}
+
+class KernelVariantTest : public ::testing::TestWithParam<KernelVariant> {};
+
+TEST_P(KernelVariantTest, RgbaToYuv420MatchesModelAndScalar) {
+    std::mt19937 rng(1234);
+    std::vector<uint8_t> rgba, expected, scalar, out;
+    for (Size s : frameSizes()) {
+        for (Layout layout :
+             {Layout::NV21, Layout::NV12, Layout::Planar, Layout::Step3, Layout::Overlapping}) {
+            for (size_t pad : {size_t{0}, size_t{13}}) {
+                for (Fill fill : {Fill::Random, Fill::Extremes, Fill::Black, Fill::White}) {
+                    if (kEmulated && (fill == Fill::Black || fill == Fill::White)) continue;
+                    SCOPED_TRACE(testing::Message()
+                                 << s.w << "x" << s.h << " " << layoutName(layout) << " pad " << pad
+                                 << " fill " << int(fill));
+                    rgba.resize(s.w * s.h * 4);
+                    fillBytes(rgba.data(), rgba.size(), fill, rng);
+                    const Geometry g = geometry(layout, s.w, s.h, pad);
+                    expected.assign(g.total, kCanary);
+                    modelRgbaToYuv420(rgba.data(), s.w, s.h, expected.data() + g.yOff,
+                                      expected.data() + g.crOff, expected.data() + g.cbOff, g.step,
+                                      g.yStride, g.cStride);
+                    convert(GetParam(), rgba, s, g, out);
+                    ASSERT_EQ(out, expected);
+                    convert(KernelVariant::Scalar, rgba, s, g, scalar);
+                    ASSERT_EQ(out, scalar);
+                }
+            }
+        }
+    }
+}
+
+TEST_P(KernelVariantTest, RgbaToYuv420StaysInsideFencedPlanes) {
+    std::mt19937 rng(99);
+    for (Size s : frameSizes()) {
+        for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
+            for (bool planar : {false, true}) {
+                SCOPED_TRACE(testing::Message()
+                             << s.w << "x" << s.h << (planar ? " planar" : " NV21")
+                             << (fence == GuardedBuffer::Fence::After ? " after" : " before"));
+                const size_t cw = (s.w + 1) / 2;
+                const size_t ch = (s.h + 1) / 2;
+                const size_t yStride = s.w + 3;
+                const size_t cStride = (planar ? cw : 2 * cw) + 5;
+                const size_t chromaRowBytes = planar ? cw : 2 * cw;
+                GuardedBuffer rgba(s.w * s.h * 4, fence);
+                fillBytes(rgba.data(), rgba.size(), Fill::Random, rng);
+                GuardedBuffer y((s.h - 1) * yStride + s.w, fence);
+                GuardedBuffer cr((ch - 1) * cStride + chromaRowBytes, fence);
+                GuardedBuffer cb((ch - 1) * cStride + chromaRowBytes, fence);
+                uint8_t* crPlane = cr.data();
+                uint8_t* cbPlane = planar ? cb.data() : cr.data() + 1;
+                rgbaToYuv420(GetParam(), rgba.data(), s.w, s.h, y.data(), crPlane, cbPlane,
+                             planar ? 1 : 2, yStride, cStride);
+
+                std::vector<uint8_t> yExpected(y.size(), kCanary);
+                std::vector<uint8_t> crExpected(cr.size(), kCanary);
+                std::vector<uint8_t> cbExpected(cb.size(), kCanary);
+                modelRgbaToYuv420(rgba.data(), s.w, s.h, yExpected.data(), crExpected.data(),
+                                  planar ? cbExpected.data() : crExpected.data() + 1,
+                                  planar ? 1 : 2, yStride, cStride);
+                ASSERT_EQ(y.bytes(), yExpected);
+                ASSERT_EQ(cr.bytes(), crExpected);
+                ASSERT_EQ(cb.bytes(), cbExpected);
+            }
+        }
+    }
+}
+
+// Sizes of nv21ToRgb565, including the ones outside the even-width walk.
+std::vector<std::pair<int, int>> rgb565Sizes() {
+    std::vector<std::pair<int, int>> sizes = {{0, 4}, {4, 0}, {-2, 4}, {4, -2}, {1, 1},
+                                              {1, 2}, {2, 1}, {33, 1}, {2, 2}};
+    for (int w : {3, 16, 17, 30, 31, 32, 33, 34, 63, 64, 65, 66, 100, 129}) {
+        for (int h : {2, 3, 4, 5}) {
+            if (!kEmulated || h == 3) sizes.emplace_back(w, h);
+        }
+    }
+    sizes.emplace_back(641, 7);
+    return sizes;
+}
+
+TEST_P(KernelVariantTest, Nv21ToRgb565MatchesModelInsideFencedBuffers) {
+    std::mt19937 rng(7);
+    for (const auto& [w, h] : rgb565Sizes()) {
+        for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
+            for (Fill fill : {Fill::Random, Fill::Extremes}) {
+                SCOPED_TRACE(testing::Message() << w << "x" << h << " fill " << int(fill));
+                const size_t uw = w > 0 ? size_t(w) : 0;
+                const size_t uh = h > 0 ? size_t(h) : 0;
+                GuardedBuffer in(uw * uh + (uh / 2) * uw, fence);
+                fillBytes(in.data(), in.size(), fill, rng);
+                GuardedBuffer out(uw * uh * 2, fence);
+                nv21ToRgb565(GetParam(), in.data(), w, h, out.data());
+                std::vector<uint8_t> expected(out.size(), kCanary);
+                modelNv21ToRgb565(in.data(), w, h, expected.data());
+                ASSERT_EQ(out.bytes(), expected);
+                std::vector<uint8_t> scalar(out.size(), kCanary);
+                nv21ToRgb565(KernelVariant::Scalar, in.data(), w, h, scalar.data());
+                ASSERT_EQ(out.bytes(), scalar);
+            }
+        }
+    }
+}
+
+std::vector<uint8_t> modelSwap(const uint8_t* src, size_t bytes) {
+    std::vector<uint8_t> out(src, src + bytes);
+    for (size_t i = 0; i + 1 < bytes; i += 2) std::swap(out[i], out[i + 1]);
+    return out;
+}
+
+TEST_P(KernelVariantTest, CopySwapChromaPairsAnyLengthAndAlignment) {
+    std::mt19937 rng(5);
+    std::vector<size_t> lengths;
+    for (size_t n = 0; n <= 160; ++n) lengths.push_back(n);
+    for (size_t n : {255, 256, 1000, 1023, 4097}) lengths.push_back(n);
+    for (size_t bytes : lengths) {
+        for (size_t srcShift = 0; srcShift < 4; ++srcShift) {
+            const size_t dstShift = (srcShift * 3 + bytes) % 4;
+            SCOPED_TRACE(testing::Message()
+                         << bytes << " bytes, shifts " << srcShift << "/" << dstShift);
+            std::vector<uint8_t> src(bytes + 8);
+            fillBytes(src.data(), src.size(), Fill::Random, rng);
+            std::vector<uint8_t> dst(bytes + 2 * kMargin, kCanary);
+            copySwapChromaPairs(GetParam(), dst.data() + kMargin + dstShift, src.data() + srcShift,
+                                bytes);
+            std::vector<uint8_t> expected(dst.size(), kCanary);
+            const std::vector<uint8_t> swapped = modelSwap(src.data() + srcShift, bytes);
+            std::copy(swapped.begin(), swapped.end(), expected.begin() + kMargin + dstShift);
+            ASSERT_EQ(dst, expected);
+
+            // In place.
+            std::vector<uint8_t> inPlace(src.begin() + srcShift, src.begin() + srcShift + bytes);
+            copySwapChromaPairs(GetParam(), inPlace.data(), inPlace.data(), bytes);
+            ASSERT_EQ(inPlace, swapped);
+        }
+    }
+}
+
+TEST_P(KernelVariantTest, CopySwapChromaPairsStaysInsideFencedBuffers) {
+    std::mt19937 rng(11);
+    for (size_t bytes : {0, 1, 2, 15, 16, 17, 63, 64, 65, 127, 128, 130, 1001}) {
+        for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
+            SCOPED_TRACE(testing::Message() << bytes << " bytes");
+            GuardedBuffer src(bytes, fence);
+            fillBytes(src.data(), bytes, Fill::Random, rng);
+            GuardedBuffer dst(bytes, fence);
+            copySwapChromaPairs(GetParam(), dst.data(), src.data(), bytes);
+            ASSERT_EQ(dst.bytes(), modelSwap(src.data(), bytes));
+        }
+    }
+}
+
+TEST_P(KernelVariantTest, CopyPlaneSwapPairsByRowsOrWholePlane) {
+    struct Case {
+        size_t rowBytes, rows, srcPitch, dstPitch;
+    };
+    // Packed even rows (one run), packed odd rows (pairs must not cross rows), padded source or
+    // destination (row by row), a single odd row.
+    const Case cases[] = {{64, 5, 64, 64}, {15, 4, 15, 15}, {40, 3, 48, 40},
+                          {40, 3, 40, 56}, {33, 6, 35, 37}, {7, 1, 7, 7}};
+    std::mt19937 rng(3);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.rowBytes << " x " << c.rows << " pitches "
+                                        << c.srcPitch << "/" << c.dstPitch);
+        std::vector<uint8_t> src(c.srcPitch * c.rows);
+        fillBytes(src.data(), src.size(), Fill::Random, rng);
+        std::vector<uint8_t> dst(c.dstPitch * c.rows + kMargin, kCanary);
+        std::vector<uint8_t> swappedDst = dst;
+        copyPlane(dst.data(), c.dstPitch, src.data(), c.srcPitch, c.rowBytes, c.rows);
+        copyPlaneSwapPairs(GetParam(), swappedDst.data(), c.dstPitch, src.data(), c.srcPitch,
+                           c.rowBytes, c.rows);
+        std::vector<uint8_t> expected(dst.size(), kCanary);
+        std::vector<uint8_t> swappedExpected(dst.size(), kCanary);
+        for (size_t r = 0; r < c.rows; ++r) {
+            const uint8_t* row = src.data() + r * c.srcPitch;
+            std::copy(row, row + c.rowBytes, expected.begin() + r * c.dstPitch);
+            const std::vector<uint8_t> swapped = modelSwap(row, c.rowBytes);
+            std::copy(swapped.begin(), swapped.end(), swappedExpected.begin() + r * c.dstPitch);
+        }
+        ASSERT_EQ(dst, expected);
+        ASSERT_EQ(swappedDst, swappedExpected);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllVariants, KernelVariantTest, ::testing::ValuesIn(allVariants()),
+                         [](const ::testing::TestParamInfo<KernelVariant>& info) {
+                             return variantLabel(info.param);
+                         });
+
+TEST(KernelDispatch, PicksTheWidestSupportedVariant) {
+    EXPECT_TRUE(variantSupported(KernelVariant::Scalar));
+    EXPECT_TRUE(variantSupported(bestVariant()));
+#if defined(__x86_64__)
+    EXPECT_TRUE(variantSupported(KernelVariant::SSE2));
+    EXPECT_FALSE(variantSupported(KernelVariant::NEON));
+    const KernelVariant expected =
+            variantSupported(KernelVariant::AVX2)
+                    ? KernelVariant::AVX2
+                    : (variantSupported(KernelVariant::SSSE3) ? KernelVariant::SSSE3
+                                                              : KernelVariant::SSE2);
+    EXPECT_EQ(bestVariant(), expected);
+#elif defined(__aarch64__)
+    EXPECT_EQ(bestVariant(), KernelVariant::NEON);
+    EXPECT_FALSE(variantSupported(KernelVariant::SSE2));
+    EXPECT_FALSE(variantSupported(KernelVariant::AVX2));
+#endif
+}
+
+}  // namespace
+}  // namespace nuvra::kernels::test
