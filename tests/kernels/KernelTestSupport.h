@@ -18,13 +18,6 @@
 
 namespace nuvra::kernels::test {
 
-// Under user-mode emulation (the arm64 run) the sweeps and random runs are thinned out.
-#if defined(NUVRA_KERNEL_TESTS_EMULATED)
-constexpr bool kEmulated = true;
-#else
-constexpr bool kEmulated = false;
-#endif
-
 constexpr uint8_t kCanary = 0xA5;
 
 // `size` bytes placed directly against an inaccessible (PROT_NONE) page, after the data
