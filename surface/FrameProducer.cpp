@@ -53,20 +53,20 @@ enum class LockFailure { Plain, RgbaToNv21, RgbaToYv12 };
 
 // Locks the whole buffer for CPU writes, with the line announcing it when `announce` is set.
 int lockForWrite(const Frame& f, uint8_t** img, LockFailure failure, bool announce = true) {
-    if (announce) SLOGV("%s: Lock buffer from %p for write", kName, f.buf.get());
+    if (announce) NLOGV("%s: Lock buffer from %p for write", kName, f.buf.get());
     void* vaddr = nullptr;
     int err = f.buf->lock(kWriteUsage, &vaddr);
     if (err != 0) {
         switch (failure) {
             case LockFailure::Plain:
-                SLOGE("%s: Failed to lock buffer, error %s (%d).", kName, strerror(-err), err);
+                NLOGE("%s: Failed to lock buffer, error %s (%d).", kName, strerror(-err), err);
                 break;
             case LockFailure::RgbaToNv21:
-                SLOGE("%s: Error %s (%d) while locking buffer for write.", kName, strerror(-err),
+                NLOGE("%s: Error %s (%d) while locking buffer for write.", kName, strerror(-err),
                       err);
                 break;
             case LockFailure::RgbaToYv12:
-                SLOGE("%s: Error %s (%d) while locking gralloc buffer for write.", kName,
+                NLOGE("%s: Error %s (%d) while locking gralloc buffer for write.", kName,
                       strerror(-err), err);
                 break;
         }
@@ -86,14 +86,14 @@ int lockYCbCrForWrite(const Frame& f, android_ycbcr* ycbcr) {
     memset(ycbcr, 0, sizeof(*ycbcr));
     int err = f.buf->lockYCbCr(kWriteUsage, ycbcr);
     if (err != 0) {
-        SLOGE("%s: Failed to lock ycbcr buffer, error %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Failed to lock ycbcr buffer, error %s (%d).", kName, strerror(-err), err);
     }
     return err;
 }
 
 bool inputTooSmall(const Frame& f, int level) {
     if (static_cast<uint64_t>(static_cast<uint32_t>(f.bufSize)) >= f.bufferLength) return false;
-    SLOG(level, "%s: PixelBuffer size %zu too small for given dimensions", kName,
+    NLOG(level, "%s: PixelBuffer size %zu too small for given dimensions", kName,
          static_cast<size_t>(f.bufSize));
     return true;
 }
@@ -107,7 +107,7 @@ void copyRows(uint8_t* dst, size_t pitch, const uint8_t* src, size_t rowBytes, s
 
 int writeRgbaToYv12(const Frame& f) {
     if ((f.width & 1) != 0 || (f.height & 1) != 0) {
-        SLOGE("%s: Dimens %zu x %zu are not divisible by 2.", kName, static_cast<size_t>(f.width),
+        NLOGE("%s: Dimens %zu x %zu are not divisible by 2.", kName, static_cast<size_t>(f.width),
               static_cast<size_t>(f.height));
         return android::BAD_VALUE;
     }
@@ -115,11 +115,11 @@ int writeRgbaToYv12(const Frame& f) {
     int err = lockForWrite(f, &img, LockFailure::RgbaToYv12);
     if (err != 0) return err;
     if (img == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write.", kName);
+        NLOGE("%s: nullptr after locking buffer for write.", kName);
         return refuseNullAddress(f);
     }
     uint32_t stride = f.stride;
-    SLOGV("%s: stride is: %u", kName, stride);
+    NLOGV("%s: stride is: %u", kName, stride);
     LOG_ALWAYS_FATAL_IF(stride % 16, "Stride is not 16 pixel aligned %d", stride);
 
     size_t cStride = ((stride / 2) + 15) & ~static_cast<size_t>(15);
@@ -130,12 +130,12 @@ int writeRgbaToYv12(const Frame& f) {
 }
 
 int writeRgbaToFlexibleYuv(const Frame& f) {
-    SLOGV("%s: Lock buffer from %p for write", kName, f.buf.get());
+    NLOGV("%s: Lock buffer from %p for write", kName, f.buf.get());
     android_ycbcr ycbcr;
     int err = lockYCbCrForWrite(f, &ycbcr);
     if (err != 0) return err;
     if (ycbcr.y == nullptr || ycbcr.cb == nullptr || ycbcr.cr == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write, y = %p, cb = %p, cr = %p", kName,
+        NLOGE("%s: nullptr after locking buffer for write, y = %p, cb = %p, cr = %p", kName,
               ycbcr.y, ycbcr.cb, ycbcr.cr);
         return refuseNullAddress(f);
     }
@@ -148,7 +148,7 @@ int writeRgbaToNv21(const Frame& f) {
     int err = lockForWrite(f, &img, LockFailure::RgbaToNv21);
     if (err != 0) return err;
     if (img == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write.", kName);
+        NLOGE("%s: nullptr after locking buffer for write.", kName);
         return refuseNullAddress(f);
     }
     size_t luma = f.lumaSize();
@@ -170,20 +170,20 @@ void copyNv21Planes(const Frame& f, uint8_t* y, uint8_t* chroma, bool nv12Ordere
         memcpy(chroma, f.pixels + luma, chromaBytes);
         return;
     }
-    SLOGV("%s: Stride != Width", kName);
+    NLOGV("%s: Stride != Width", kName);
     copyRows(y, f.stride, f.pixels, f.width, f.height);
     if (f.height > 1) copyRows(chroma, f.stride, f.pixels + luma, f.width, f.height / 2);
 }
 
 // The lockYCbCr form: luma to `y`, chroma to `cr`.
 int writeNv21ThroughYCbCr(const Frame& f) {
-    SLOGV("%s: lockYCbCr buffer from %p for write", kName, f.buf.get());
+    NLOGV("%s: lockYCbCr buffer from %p for write", kName, f.buf.get());
     android_ycbcr ycbcr;
     int err = lockYCbCrForWrite(f, &ycbcr);
-    SLOGV("%s: y = %p, cr = %p, error(%d)", kName, ycbcr.y, ycbcr.cr, err);
+    NLOGV("%s: y = %p, cr = %p, error(%d)", kName, ycbcr.y, ycbcr.cr, err);
     if (err != 0) return err;
     if (ycbcr.y == nullptr || ycbcr.cr == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write, y = %p, cr = %p", kName, ycbcr.y,
+        NLOGE("%s: nullptr after locking buffer for write, y = %p, cr = %p", kName, ycbcr.y,
               ycbcr.cr);
         return refuseNullAddress(f);
     }
@@ -196,25 +196,25 @@ int writeNv21ThroughYCbCr(const Frame& f) {
 // that way is locked again through lockYCbCr.
 int writeNv21ThroughLock(const Frame& f) {
     uint8_t* img[3] = {nullptr, nullptr, nullptr};
-    SLOGV("%s: Lock buffer from %p for write", kName, f.buf.get());
+    NLOGV("%s: Lock buffer from %p for write", kName, f.buf.get());
     void* vaddr = nullptr;
     int err = f.buf->lock(kWriteUsage, &vaddr);
     img[0] = static_cast<uint8_t*>(vaddr);
-    SLOGV("%s: img[0] = %p", kName, img[0]);
+    NLOGV("%s: img[0] = %p", kName, img[0]);
     if (err != 0) {
-        SLOGV("%s: lock again with lockYCbCr", kName);
+        NLOGV("%s: lock again with lockYCbCr", kName);
         android_ycbcr ycbcr;
         memset(&ycbcr, 0, sizeof(ycbcr));
         err = f.buf->lockYCbCr(kWriteUsage, &ycbcr);
         if (err != 0) {
-            SLOGE("%s: Failed to lock buffer, error %s (%d).", kName, strerror(-err), err);
+            NLOGE("%s: Failed to lock buffer, error %s (%d).", kName, strerror(-err), err);
             return err;
         }
         img[0] = static_cast<uint8_t*>(ycbcr.y);
         img[1] = static_cast<uint8_t*>(ycbcr.cb);
     }
     if (img[0] == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write, img[0] = %p", kName, img[0]);
+        NLOGE("%s: nullptr after locking buffer for write, img[0] = %p", kName, img[0]);
         return refuseNullAddress(f);
     }
     if (img[1] != nullptr) {
@@ -232,7 +232,7 @@ int writeNv21ThroughLock(const Frame& f) {
 
 int writeNv21ToNv21(const Frame& f) {
     if (PlatformUtil::getCurrentVendor() == VENDOR_K_ORB) {
-        SLOGV("%s: K.ORB", kName);
+        NLOGV("%s: K.ORB", kName);
         return writeNv21ThroughYCbCr(f);
     }
     return writeNv21ThroughLock(f);
@@ -243,7 +243,7 @@ int writeNv21ToRgb565(const Frame& f) {
     int err = lockForWrite(f, &img, LockFailure::Plain);
     if (err != 0) return err;
     if (img == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write.", kName);
+        NLOGE("%s: nullptr after locking buffer for write.", kName);
         return refuseNullAddress(f);
     }
     YuvToRGB565(f.pixels, f.width, f.height, img);
@@ -252,20 +252,20 @@ int writeNv21ToRgb565(const Frame& f) {
 
 bool venusNeedsQcom(int bufFmt) {
     if (PlatformUtil::getCurrentVendor() == VENDOR_QCOM) return false;
-    SLOGE("%s: Convert 420sp to venus is working with qcom only (0x%x)", kName,
+    NLOGE("%s: Convert 420sp to venus is working with qcom only (0x%x)", kName,
           static_cast<unsigned>(bufFmt));
     return true;
 }
 
 int writeNv21ToVenusNv21(const Frame& f, int bufFmt) {
     if (venusNeedsQcom(bufFmt)) return android::INVALID_OPERATION;
-    SLOGV("%s: HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS ", kName);
+    NLOGV("%s: HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS ", kName);
     uint8_t* img = nullptr;
     int err = lockForWrite(f, &img, LockFailure::Plain);
     if (err != 0) return err;
-    SLOGV("%s: img = %p", kName, img);
+    NLOGV("%s: img = %p", kName, img);
     if (img == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write.", kName);
+        NLOGE("%s: nullptr after locking buffer for write.", kName);
         return refuseNullAddress(f);
     }
     // Row pitch `width`; the chroma starts after the luma rows rounded up to 32.
@@ -278,15 +278,15 @@ int writeNv21ToVenusNv21(const Frame& f, int bufFmt) {
 
 int writeNv21ToVenusNv12(const Frame& f, int bufFmt) {
     if (venusNeedsQcom(bufFmt)) return android::INVALID_OPERATION;
-    SLOGV("%s: HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS ", kName);
-    SLOGV("%s: lockYCbCr buffer from %p for write", kName, f.buf.get());
+    NLOGV("%s: HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS ", kName);
+    NLOGV("%s: lockYCbCr buffer from %p for write", kName, f.buf.get());
     android_ycbcr ycbcr;
     int err = lockYCbCrForWrite(f, &ycbcr);
-    SLOGV("%s: y = %p, cb = %p error(%d), yStride(%d), cStride(%d)", kName, ycbcr.y, ycbcr.cb,
+    NLOGV("%s: y = %p, cb = %p error(%d), yStride(%d), cStride(%d)", kName, ycbcr.y, ycbcr.cb,
           err, static_cast<int>(ycbcr.ystride), static_cast<int>(ycbcr.cstride));
     if (err != 0) return err;
     if (ycbcr.y == nullptr || ycbcr.cb == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write, y = %p, cb = %p", kName, ycbcr.y,
+        NLOGE("%s: nullptr after locking buffer for write, y = %p, cb = %p", kName, ycbcr.y,
               ycbcr.cb);
         return refuseNullAddress(f);
     }
@@ -299,7 +299,7 @@ int writeNv21ToVenusNv12(const Frame& f, int bufFmt) {
         if (luma >= 2) nuvra::kernels::copySwapChromaPairs(cb, f.pixels + luma, luma / 2);
         return 0;
     }
-    SLOGV("%s: yStride != width", kName);
+    NLOGV("%s: yStride != width", kName);
     copyRows(y, ycbcr.ystride, f.pixels, f.width, f.height);
     if (f.height > 1) {
         nuvra::kernels::copyPlaneSwapPairs(cb, ycbcr.cstride, f.pixels + luma, f.width, f.width,
@@ -311,11 +311,11 @@ int writeNv21ToVenusNv12(const Frame& f, int bufFmt) {
 // ---- BLOB input ----
 
 int writeBlob(const Frame& f) {
-    SLOGV("%s: HAL_PIXEL_FORMAT_BLOB", kName);
+    NLOGV("%s: HAL_PIXEL_FORMAT_BLOB", kName);
     uint64_t needed = (static_cast<uint64_t>(static_cast<uint32_t>(f.bufSize)) + kBlobFooterSize +
                        3) & ~static_cast<uint64_t>(3);
     if (needed > f.bufferLength) {
-        SLOGE("%s: Pixel buffer needs size %zu, cannot fit in gralloc buffer of size %zu", kName,
+        NLOGE("%s: Pixel buffer needs size %zu, cannot fit in gralloc buffer of size %zu", kName,
               static_cast<size_t>(needed), static_cast<size_t>(f.bufferLength));
         return android::BAD_VALUE;
     }
@@ -323,7 +323,7 @@ int writeBlob(const Frame& f) {
     int err = lockForWrite(f, &img, LockFailure::Plain, /*announce=*/false);
     if (err != 0) return err;
     if (img == nullptr) {
-        SLOGE("%s: nullptr after locking buffer for write.", kName);
+        NLOGE("%s: nullptr after locking buffer for write.", kName);
         return refuseNullAddress(f);
     }
     memcpy(img, f.pixels, static_cast<size_t>(f.bufSize));
@@ -372,7 +372,7 @@ int writeFrame(const Frame& f, int pixelFmt, int bufFmt) {
                 case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS:
                     return writeNv21ToVenusNv12(f, bufFmt);
                 default:
-                    SLOGE("%s: Convert 420sp to other format(%x) is not supported yet.", kName,
+                    NLOGE("%s: Convert 420sp to other format(%x) is not supported yet.", kName,
                           static_cast<unsigned>(bufFmt));
                     return android::INVALID_OPERATION;
             }
@@ -388,7 +388,7 @@ int writeFrame(const Frame& f, int pixelFmt, int bufFmt) {
             return 0;  // nothing to write; the unlock decides
 
         default:
-            SLOGE("%s: Invalid pixel format in produceFrame: %x", kName,
+            NLOGE("%s: Invalid pixel format in produceFrame: %x", kName,
                   static_cast<unsigned>(pixelFmt));
             return android::BAD_VALUE;
     }
@@ -399,22 +399,22 @@ int writeFrame(const Frame& f, int pixelFmt, int bufFmt) {
 int produceFrame(const sp<ANativeWindow>& anw, const uint8_t* pixelBuffer, int width, int height,
                  int pixelFmt, int bufSize) {
     ATRACE_CALL();
-    SLOGV("%s: Dequeue buffer from %p %dx%d (fmt=%x, size=%x)", kName, anw.get(), width, height,
+    NLOGV("%s: Dequeue buffer from %p %dx%d (fmt=%x, size=%x)", kName, anw.get(), width, height,
           static_cast<unsigned>(pixelFmt), static_cast<unsigned>(bufSize));
     if (anw == nullptr) {
-        SLOGE("%s: anw must not be NULL", kName);
+        NLOGE("%s: anw must not be NULL", kName);
         return android::BAD_VALUE;
     }
     if (width < 0) {
-        SLOGE("%s: width must be non-negative", kName);
+        NLOGE("%s: width must be non-negative", kName);
         return android::BAD_VALUE;
     }
     if (height < 0) {
-        SLOGE("%s: height must be non-negative", kName);
+        NLOGE("%s: height must be non-negative", kName);
         return android::BAD_VALUE;
     }
     if (bufSize < 0) {
-        SLOGE("%s: bufSize must be non-negative", kName);
+        NLOGE("%s: bufSize must be non-negative", kName);
         return android::BAD_VALUE;
     }
 
@@ -431,7 +431,7 @@ int produceFrame(const sp<ANativeWindow>& anw, const uint8_t* pixelBuffer, int w
     sp<GraphicBuffer> buf(GraphicBuffer::from(anb));
     if (buf->getWidth() != static_cast<uint32_t>(width) ||
         buf->getHeight() != static_cast<uint32_t>(height)) {
-        SLOGE("%s: Received gralloc buffer with bad dimensions %ux%u, expecting dimensions %zu x "
+        NLOGE("%s: Received gralloc buffer with bad dimensions %ux%u, expecting dimensions %zu x "
               "%zu",
               kName, buf->getWidth(), buf->getHeight(), static_cast<size_t>(width),
               static_cast<size_t>(height));
@@ -442,7 +442,7 @@ int produceFrame(const sp<ANativeWindow>& anw, const uint8_t* pixelBuffer, int w
     int bufFmt = 0;
     err = window->query(window, NATIVE_WINDOW_FORMAT, &bufFmt);
     if (err != 0) {
-        SLOGE("%s: Error while querying surface pixel format %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while querying surface pixel format %s (%d).", kName, strerror(-err), err);
         return cancel(err);
     }
 
@@ -456,30 +456,30 @@ int produceFrame(const sp<ANativeWindow>& anw, const uint8_t* pixelBuffer, int w
     }
     if (bufFmt != pixelFmt) {
         if (pixelFmt == HAL_PIXEL_FORMAT_BLOB && bufFmt == HAL_PIXEL_FORMAT_RGBA_8888) {
-            SLOGV("%s: Using BLOB to RGBA format override.", kName);
+            NLOGV("%s: Using BLOB to RGBA format override.", kName);
             f.bufferLength = h == 0 ? 0 : (w + static_cast<uint64_t>(f.stride) * (h - 1)) * 4;
         } else {
-            SLOGV("%s: Format mismatch in produceFrame: expecting format %#x, but received buffer "
+            NLOGV("%s: Format mismatch in produceFrame: expecting format %#x, but received buffer "
                   "with format %#x",
                   kName, static_cast<unsigned>(pixelFmt), static_cast<unsigned>(bufFmt));
         }
     }
-    SLOGV("%s: Pixel format chosen: %x", kName, static_cast<unsigned>(pixelFmt));
-    SLOGV("%s: bufFmt : %x", kName, static_cast<unsigned>(bufFmt));
+    NLOGV("%s: Pixel format chosen: %x", kName, static_cast<unsigned>(pixelFmt));
+    NLOGV("%s: bufFmt : %x", kName, static_cast<unsigned>(bufFmt));
 
     err = writeFrame(f, pixelFmt, bufFmt);
     if (err != 0) return cancel(err);
 
-    SLOGV("%s: Unlock buffer from %p", kName, buf.get());
+    NLOGV("%s: Unlock buffer from %p", kName, buf.get());
     err = buf->unlock();
     if (err != 0) {
-        SLOGE("%s: Failed to unlock buffer, error %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Failed to unlock buffer, error %s (%d).", kName, strerror(-err), err);
         return cancel(err);
     }
-    SLOGV("%s: Queue buffer to %p", kName, window);
+    NLOGV("%s: Queue buffer to %p", kName, window);
     err = window->queueBuffer(window, buf->getNativeBuffer(), -1);
     if (err != 0) {
-        SLOGE("%s: Failed to queue buffer, error %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Failed to queue buffer, error %s (%d).", kName, strerror(-err), err);
         return cancel(err);  // deliberately cancelled as well
     }
     return 0;
@@ -490,7 +490,7 @@ int produceFrame(const sp<ANativeWindow>& anw, const uint8_t* pixelBuffer, int w
 int SurfaceNativeUtilImpl::nativeProduceFrame(JNIEnv* env, jobject surface, jobject pixelBuffer,
                                               int width, int height, int pixelFormat) {
     static const char* const kOperation = "nativeProduceFrame";
-    SLOGV("nativeProduceFrame");
+    NLOGV("nativeProduceFrame");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kOperation);
     if (anw == nullptr) return android::BAD_VALUE;
     if (pixelBuffer == nullptr) {
@@ -505,7 +505,7 @@ int SurfaceNativeUtilImpl::nativeProduceFrame(JNIEnv* env, jobject surface, jobj
     }
     int err = produceFrame(anw, pixels, width, height, pixelFormat, bufSize);
     if (err != 0) {
-        SLOGE("%s: Error while producing frame %s (%d).", kOperation, strerror(-err), err);
+        NLOGE("%s: Error while producing frame %s (%d).", kOperation, strerror(-err), err);
     }
     return err;
 }
@@ -513,7 +513,7 @@ int SurfaceNativeUtilImpl::nativeProduceFrame(JNIEnv* env, jobject surface, jobj
 int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21(JNIEnv* env, jobject surface, jlong pixel,
                                                       int width, int height) {
     static const char* const kOperation = "nativeProduceFrameWithNV21";
-    SLOGV("nativeProduceFrame");
+    NLOGV("nativeProduceFrame");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kOperation);
     if (anw == nullptr) return android::BAD_VALUE;
     if (pixel == 0) {
@@ -527,7 +527,7 @@ int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21(JNIEnv* env, jobject surfa
     int err = produceFrame(anw, reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(pixel)),
                            width, height, HAL_PIXEL_FORMAT_YCrCb_420_SP, bufSize);
     if (err != 0) {
-        SLOGE("%s: Error while producing frame %s (%d).", kOperation, strerror(-err), err);
+        NLOGE("%s: Error while producing frame %s (%d).", kOperation, strerror(-err), err);
     }
     return err;
 }

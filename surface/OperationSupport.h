@@ -14,6 +14,6 @@
 inline android::sp<ANativeWindow> windowForOperation(JNIEnv* env, jobject surface,
                                                      const char* operation) {
     android::sp<ANativeWindow> anw = getNativeWindow(env, surface);
-    if (anw == nullptr) SLOGE("%s: Could not retrieve native window from surface.", operation);
+    if (anw == nullptr) NLOGE("%s: Could not retrieve native window from surface.", operation);
     return anw;
 }

@@ -8,7 +8,7 @@
 #include "SurfaceLog.h"
 #include "SurfaceNativeUtilImpl.h"
 
-#define NOT_AVAILABLE_YET(name) SLOGE("%s: not available in this build yet", name)
+#define NOT_AVAILABLE_YET(name) NLOGE("%s: not available in this build yet", name)
 
 int SurfaceNativeUtilImpl::nativeGetJpegFooterSize(JNIEnv*) {
     NOT_AVAILABLE_YET("nativeGetJpegFooterSize");

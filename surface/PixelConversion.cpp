@@ -11,7 +11,7 @@ void rgbToYuv420(const uint8_t* rgbBuf, size_t width, size_t height, uint8_t* yP
 }
 
 void rgbToYuv420(const uint8_t* rgbBuf, size_t width, size_t height, const android_ycbcr* ycbcr) {
-    SLOGV("%s: yStride is: %zu, cStride is: %zu, cStep is: %zu", "rgbToYuv420", ycbcr->ystride,
+    NLOGV("%s: yStride is: %zu, cStride is: %zu, cStep is: %zu", "rgbToYuv420", ycbcr->ystride,
           ycbcr->cstride, ycbcr->chroma_step);
     rgbToYuv420(rgbBuf, width, height, static_cast<uint8_t*>(ycbcr->y),
                 static_cast<uint8_t*>(ycbcr->cr), static_cast<uint8_t*>(ycbcr->cb),

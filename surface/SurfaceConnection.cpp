@@ -20,7 +20,7 @@ namespace {
 // The native Surface of a Java Surface for `operation`, logging its error line when there is none.
 sp<Surface> surfaceForOperation(JNIEnv* env, jobject surface, const char* operation) {
     sp<Surface> s = getSurface(env, surface);
-    if (s == nullptr) SLOGE("%s: Could not retrieve surface.", operation);
+    if (s == nullptr) NLOGE("%s: Could not retrieve surface.", operation);
     return s;
 }
 
@@ -32,26 +32,26 @@ int connectSurface(const sp<Surface>& s) {
 
     int err = s->connect(NATIVE_WINDOW_API_CAMERA, nullptr, false);
     if (err != 0) {
-        SLOGE("%s: Unable to connect to surface, error %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Unable to connect to surface, error %s (%d).", kName, strerror(-err), err);
         return err;
     }
     err = native_window_set_usage(anw, GRALLOC_USAGE_SW_WRITE_OFTEN);
     if (err != 0) {
-        SLOGE("%s: Failed to set native window usage flag, error %s (%d).", kName, strerror(-err),
+        NLOGE("%s: Failed to set native window usage flag, error %s (%d).", kName, strerror(-err),
               err);
         return err;
     }
     int minUndequeued = 0;
     err = anw->query(anw, NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS, &minUndequeued);
     if (err != 0) {
-        SLOGE("%s: Failed to get native window min undequeued buffers, error %s (%d).", kName,
+        NLOGE("%s: Failed to get native window min undequeued buffers, error %s (%d).", kName,
               strerror(-err), err);
         return err;
     }
-    SLOGV("%s: Setting buffer count to %d", kName, minUndequeued + 4);
+    NLOGV("%s: Setting buffer count to %d", kName, minUndequeued + 4);
     err = native_window_set_buffer_count(anw, minUndequeued + 4);
     if (err != 0) {
-        SLOGE("%s: Failed to set native window buffer count, error %s (%d).", kName,
+        NLOGE("%s: Failed to set native window buffer count, error %s (%d).", kName,
               strerror(-err), err);
         return err;
     }
@@ -62,19 +62,19 @@ int connectSurface(const sp<Surface>& s) {
 
 int SurfaceNativeUtilImpl::nativeConnectSurface(JNIEnv* env, jobject surface) {
     static const char* const kName = "nativeConnectSurface";
-    SLOGV("nativeConnectSurface");
+    NLOGV("nativeConnectSurface");
     sp<Surface> s = surfaceForOperation(env, surface, kName);
     if (s == nullptr) return android::BAD_VALUE;
 
     int err = connectSurface(s);
     if (err != 0) {
-        SLOGE("%s: Error while configuring surface %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while configuring surface %s (%d).", kName, strerror(-err), err);
     }
     return err;
 }
 
 int SurfaceNativeUtilImpl::nativeDisconnectSurface(JNIEnv* env, jobject surface) {
-    SLOGV("nativeDisconnectSurface");
+    NLOGV("nativeDisconnectSurface");
     if (surface == nullptr) return 0;
 
     // As getNativeWindow, but a missing window is not an error here: the queue may be gone.
@@ -86,7 +86,7 @@ int SurfaceNativeUtilImpl::nativeDisconnectSurface(JNIEnv* env, jobject surface)
                              "Surface had no valid native window.");
     }
     if (anw == nullptr) {
-        SLOGV("Buffer queue has already been abandoned.");
+        NLOGV("Buffer queue has already been abandoned.");
         return 0;
     }
 
@@ -101,13 +101,13 @@ int SurfaceNativeUtilImpl::nativeDisconnectSurface(JNIEnv* env, jobject surface)
 
 int SurfaceNativeUtilImpl::nativeSetDequeueTimeout(JNIEnv* env, jobject surface, jlong timeout) {
     static const char* const kName = "nativeSetDequeueTimeout";
-    SLOGV("nativeSetDequeueTimeout");
+    NLOGV("nativeSetDequeueTimeout");
     sp<Surface> s = surfaceForOperation(env, surface, kName);
     if (s == nullptr) return android::BAD_VALUE;
 
     int err = s->setDequeueTimeout(timeout);
     if (err != 0) {
-        SLOGE("%s: Error while set dequeue timeout (%ldns) on surface %s (%d).", kName,
+        NLOGE("%s: Error while set dequeue timeout (%ldns) on surface %s (%d).", kName,
               static_cast<long>(timeout), strerror(-err), err);
         return err;
     }
@@ -115,7 +115,7 @@ int SurfaceNativeUtilImpl::nativeSetDequeueTimeout(JNIEnv* env, jobject surface,
 }
 
 jobject SurfaceNativeUtilImpl::nativeCreatePrivateSurface(JNIEnv* env, jobject surface) {
-    SLOGV("nativeCreatePrivateSurface");
+    NLOGV("nativeCreatePrivateSurface");
     sp<IGraphicBufferProducer> producer;
     sp<Surface> s = getSurface(env, surface);
     if (s != nullptr) producer = s->getIGraphicBufferProducer();

@@ -37,10 +37,10 @@ uint32_t consumerUsageBits(ANativeWindow* anw) {
 int configureDisplaySurface(ANativeWindow* anw, const char* name) {
     if (PlatformUtil::getCurrentVendor() == VENDOR_QCOM) {
         uint32_t usage = consumerUsageBits(anw);
-        SLOGV("add usage GRALLOC_USAGE_HW_CAMERA_WRITE");
+        NLOGV("add usage GRALLOC_USAGE_HW_CAMERA_WRITE");
         int err = native_window_set_usage(anw, static_cast<uint64_t>(usage) | kCameraWriteUsage);
         if (err != 0) {
-            SLOGE("%s: Failed to set native window usage flag, error %s (%d).", name,
+            NLOGE("%s: Failed to set native window usage flag, error %s (%d).", name,
                   strerror(-err), err);
             return err;
         }
@@ -54,20 +54,20 @@ int configureDisplaySurface(ANativeWindow* anw, const char* name) {
 
     int defaultDataSpace = 0;
     anw->query(anw, NATIVE_WINDOW_DEFAULT_DATASPACE, &defaultDataSpace);
-    SLOGV("%s: NATIVE_WINDOW_DEFAULT_DATASPACE %d", name, defaultDataSpace);
+    NLOGV("%s: NATIVE_WINDOW_DEFAULT_DATASPACE %d", name, defaultDataSpace);
     int err = native_window_set_buffers_data_space(anw,
                                                    static_cast<android_dataspace_t>(kJfifDataSpace));
     if (err != 0) {
-        SLOGE("%s: Failed to set native window data_space, error %s (%d).", name, strerror(-err),
+        NLOGE("%s: Failed to set native window data_space, error %s (%d).", name, strerror(-err),
               err);
         return err;
     }
 
     uint32_t usage = consumerUsageBits(anw);
-    SLOGV("add usage GRALLOC_USAGE_SW_WRITE_OFTEN, original 0x%x", usage);
+    NLOGV("add usage GRALLOC_USAGE_SW_WRITE_OFTEN, original 0x%x", usage);
     err = native_window_set_usage(anw, static_cast<uint64_t>(usage) | GRALLOC_USAGE_SW_WRITE_OFTEN);
     if (err != 0) {
-        SLOGE("%s: Failed to set native window usage flag, error %s (%d).", name, strerror(-err),
+        NLOGE("%s: Failed to set native window usage flag, error %s (%d).", name, strerror(-err),
               err);
         return err;
     }
@@ -79,20 +79,20 @@ int configureDisplaySurface(ANativeWindow* anw, const char* name) {
 int SurfaceNativeUtilImpl::nativeSetSurfaceFormat(JNIEnv* env, jobject surface, int pixelFormat,
                                                   jboolean displaySurface) {
     static const char* const kName = "nativeSetSurfaceFormat";
-    SLOGV("nativeSetSurfaceFormat");
+    NLOGV("nativeSetSurfaceFormat");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     if (displaySurface) {
         PlatformVendor vendor = PlatformUtil::getCurrentVendor();
         if (pixelFormat == HAL_PIXEL_FORMAT_YCrCb_420_SP && vendor == VENDOR_K_ORB) {
-            SLOGV("%s: override pixel format to 420_SP_M_FULL for display surface.", kName);
+            NLOGV("%s: override pixel format to 420_SP_M_FULL for display surface.", kName);
             pixelFormat = PIXEL_FORMAT_YCrCb_420_SP_M;
         }
     }
     int err = native_window_set_buffers_format(anw.get(), pixelFormat);
     if (err != 0) {
-        SLOGE("%s: Error while setting surface format %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while setting surface format %s (%d).", kName, strerror(-err), err);
         return err;
     }
     if (!displaySurface) return 0;
@@ -102,18 +102,18 @@ int SurfaceNativeUtilImpl::nativeSetSurfaceFormat(JNIEnv* env, jobject surface, 
 int SurfaceNativeUtilImpl::nativeSetSurfaceDimens(JNIEnv* env, jobject surface, int width,
                                                   int height) {
     static const char* const kName = "nativeSetSurfaceDimens";
-    SLOGV("nativeSetSurfaceDimens");
+    NLOGV("nativeSetSurfaceDimens");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     int err = native_window_set_buffers_dimensions(anw.get(), width, height);
     if (err != 0) {
-        SLOGE("%s: Error while setting surface dimens %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while setting surface dimens %s (%d).", kName, strerror(-err), err);
         return err;
     }
     err = native_window_set_buffers_user_dimensions(anw.get(), width, height);
     if (err != 0) {
-        SLOGE("%s: Error while setting surface user dimens %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while setting surface user dimens %s (%d).", kName, strerror(-err), err);
         return err;
     }
     return 0;
@@ -134,13 +134,13 @@ int SurfaceNativeUtilImpl::nativeSetSurfaceTransform(JNIEnv* env, jobject surfac
     int32_t transform = 0;
     int err = android::CameraUtils::getRotationTransform(metadata, mirrorMode, true, &transform);
     if (err != 0) {
-        SLOGE("%s: Invalid rotation transform %s (%d)", kName, strerror(-err), err);
+        NLOGE("%s: Invalid rotation transform %s (%d)", kName, strerror(-err), err);
         return err;
     }
-    SLOGV("%s: Setting buffer transform to %d", kName, transform);
+    NLOGV("%s: Setting buffer transform to %d", kName, transform);
     err = native_window_set_buffers_transform(anw.get(), transform);
     if (err != 0) {
-        SLOGE("%s: Unable to configure surface transform, error %s (%d)", kName, strerror(-err),
+        NLOGE("%s: Unable to configure surface transform, error %s (%d)", kName, strerror(-err),
               err);
         return err;
     }
@@ -149,38 +149,38 @@ int SurfaceNativeUtilImpl::nativeSetSurfaceTransform(JNIEnv* env, jobject surfac
 
 int SurfaceNativeUtilImpl::nativeSetSurfaceOrientation(JNIEnv* env, jobject surface, int facing,
                                                        int orientation) {
-    SLOGV("nativeSetSurfaceOrientation");
+    NLOGV("nativeSetSurfaceOrientation");
     return nativeSetSurfaceTransform(env, surface, facing, orientation, 0);
 }
 
 int SurfaceNativeUtilImpl::nativeSetSurfaceMirror(JNIEnv* env, jobject surface, int facing,
                                                   int orientation, int mirrorMode) {
-    SLOGV("nativeSetSurfaceMirror");
+    NLOGV("nativeSetSurfaceMirror");
     return nativeSetSurfaceTransform(env, surface, facing, orientation, mirrorMode);
 }
 
 int SurfaceNativeUtilImpl::nativeSetScalingMode(JNIEnv* env, jobject surface, int mode) {
     static const char* const kName = "nativeSetScalingMode";
-    SLOGV("nativeSetScalingMode");
+    NLOGV("nativeSetScalingMode");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     int err = native_window_set_scaling_mode(anw.get(), mode);
     if (err != 0) {
-        SLOGE("%s: Unable to set surface scaling mode, error %s (%d)", kName, strerror(-err), err);
+        NLOGE("%s: Unable to set surface scaling mode, error %s (%d)", kName, strerror(-err), err);
     }
     return err;
 }
 
 int SurfaceNativeUtilImpl::nativeSetNextTimestamp(JNIEnv* env, jobject surface, jlong timestamp) {
     static const char* const kName = "nativeSetNextTimestamp";
-    SLOGV("nativeSetNextTimestamp");
+    NLOGV("nativeSetNextTimestamp");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     int err = native_window_set_buffers_timestamp(anw.get(), static_cast<int64_t>(timestamp));
     if (err != 0) {
-        SLOGE("%s: Unable to set surface timestamp, error %s (%d)", kName, strerror(-err), err);
+        NLOGE("%s: Unable to set surface timestamp, error %s (%d)", kName, strerror(-err), err);
     }
     return err;
 }
@@ -188,14 +188,14 @@ int SurfaceNativeUtilImpl::nativeSetNextTimestamp(JNIEnv* env, jobject surface, 
 int SurfaceNativeUtilImpl::nativeSetDataSpaceToSurface(JNIEnv* env, jobject surface,
                                                        int dataSpace) {
     static const char* const kName = "nativeSetDataSpaceToSurface";
-    SLOGV("nativeSetDataSpaceToSurface");
+    NLOGV("nativeSetDataSpaceToSurface");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     int err = native_window_set_buffers_data_space(anw.get(),
                                                    static_cast<android_dataspace_t>(dataSpace));
     if (err != 0) {
-        SLOGE("%s: Error while setting dataspace(%d/0x%x) to surface %s (%d).", kName, dataSpace,
+        NLOGE("%s: Error while setting dataspace(%d/0x%x) to surface %s (%d).", kName, dataSpace,
               static_cast<unsigned>(dataSpace), strerror(-err), err);
     }
     return err;

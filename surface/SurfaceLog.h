@@ -18,11 +18,11 @@ static inline bool isLoggable(int prio) {
 }
 
 // Writes one line through the unit's gate; the gate is evaluated anew for every line.
-#define SLOG(prio, ...)                                                      \
+#define NLOG(prio, ...)                                                      \
     do {                                                                     \
         if (isLoggable(prio)) __android_log_print(prio, LOG_TAG, __VA_ARGS__); \
     } while (0)
-#define SLOGV(...) SLOG(ANDROID_LOG_VERBOSE, __VA_ARGS__)
-#define SLOGD(...) SLOG(ANDROID_LOG_DEBUG, __VA_ARGS__)
-#define SLOGW(...) SLOG(ANDROID_LOG_WARN, __VA_ARGS__)
-#define SLOGE(...) SLOG(ANDROID_LOG_ERROR, __VA_ARGS__)
+#define NLOGV(...) NLOG(ANDROID_LOG_VERBOSE, __VA_ARGS__)
+#define NLOGD(...) NLOG(ANDROID_LOG_DEBUG, __VA_ARGS__)
+#define NLOGW(...) NLOG(ANDROID_LOG_WARN, __VA_ARGS__)
+#define NLOGE(...) NLOG(ANDROID_LOG_ERROR, __VA_ARGS__)

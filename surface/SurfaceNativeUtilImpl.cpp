@@ -19,9 +19,9 @@ android::Mutex gLock;
 
 static SurfaceNativeUtilImpl gSurfaceNativeUtil;
 
-SurfaceNativeUtilImpl::SurfaceNativeUtilImpl() { SLOGV("SurfaceNativeUtil created."); }
+SurfaceNativeUtilImpl::SurfaceNativeUtilImpl() { NLOGV("SurfaceNativeUtil created."); }
 
-SurfaceNativeUtilImpl::~SurfaceNativeUtilImpl() { SLOGV("SurfaceNativeUtil destroyed."); }
+SurfaceNativeUtilImpl::~SurfaceNativeUtilImpl() { NLOGV("SurfaceNativeUtil destroyed."); }
 
 extern "C" EXPORT SurfaceNativeUtil* SurfaceNativeUtil_Get() { return &gSurfaceNativeUtil; }
 

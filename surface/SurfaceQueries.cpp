@@ -12,13 +12,13 @@ using android::sp;
 int SurfaceNativeUtilImpl::nativeDetectSurfaceDimens(JNIEnv* env, jobject surface,
                                                      jintArray dimens) {
     static const char* const kName = "nativeDetectSurfaceDimens";
-    SLOGV("nativeGetSurfaceDimens");
+    NLOGV("nativeGetSurfaceDimens");
     if (dimens == nullptr) {
-        SLOGE("%s: Null dimens argument passed to nativeDetectSurfaceDimens", kName);
+        NLOGE("%s: Null dimens argument passed to nativeDetectSurfaceDimens", kName);
         return android::BAD_VALUE;
     }
     if (env->GetArrayLength(dimens) < 2) {
-        SLOGE("%s: Invalid length of dimens argument in nativeDetectSurfaceDimens", kName);
+        NLOGE("%s: Invalid length of dimens argument in nativeDetectSurfaceDimens", kName);
         return android::BAD_VALUE;
     }
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
@@ -27,12 +27,12 @@ int SurfaceNativeUtilImpl::nativeDetectSurfaceDimens(JNIEnv* env, jobject surfac
     jint size[2] = {0, 0};
     int err = anw->query(anw.get(), NATIVE_WINDOW_WIDTH, &size[0]);
     if (err != 0) {
-        SLOGE("%s: Error while querying surface width %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while querying surface width %s (%d).", kName, strerror(-err), err);
         return err;
     }
     err = anw->query(anw.get(), NATIVE_WINDOW_HEIGHT, &size[1]);
     if (err != 0) {
-        SLOGE("%s: Error while querying surface height %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while querying surface height %s (%d).", kName, strerror(-err), err);
         return err;
     }
     env->SetIntArrayRegion(dimens, 0, 2, size);
@@ -41,14 +41,14 @@ int SurfaceNativeUtilImpl::nativeDetectSurfaceDimens(JNIEnv* env, jobject surfac
 
 int SurfaceNativeUtilImpl::nativeDetectSurfaceType(JNIEnv* env, jobject surface) {
     static const char* const kName = "nativeDetectSurfaceType";
-    SLOGV("nativeDetectSurfaceType");
+    NLOGV("nativeDetectSurfaceType");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     int format = 0;
     int err = anw->query(anw.get(), NATIVE_WINDOW_FORMAT, &format);
     if (err != 0) {
-        SLOGE("%s: Error while querying surface pixel format %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while querying surface pixel format %s (%d).", kName, strerror(-err), err);
         return err;
     }
     return format;
@@ -56,14 +56,14 @@ int SurfaceNativeUtilImpl::nativeDetectSurfaceType(JNIEnv* env, jobject surface)
 
 int SurfaceNativeUtilImpl::nativeDetectSurfaceDataspace(JNIEnv* env, jobject surface) {
     static const char* const kName = "nativeDetectSurfaceDataspace";
-    SLOGV("nativeDetectSurfaceDataspace");
+    NLOGV("nativeDetectSurfaceDataspace");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     int dataSpace = 0;
     int err = anw->query(anw.get(), NATIVE_WINDOW_DEFAULT_DATASPACE, &dataSpace);
     if (err != 0) {
-        SLOGE("%s: Error while querying surface dataspace  %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while querying surface dataspace  %s (%d).", kName, strerror(-err), err);
         return err;
     }
     return dataSpace;
@@ -71,14 +71,14 @@ int SurfaceNativeUtilImpl::nativeDetectSurfaceDataspace(JNIEnv* env, jobject sur
 
 jlong SurfaceNativeUtilImpl::nativeDetectSurfaceUsageFlags(JNIEnv* env, jobject surface) {
     static const char* const kName = "nativeDetectSurfaceUsageFlags";
-    SLOGV("nativeDetectSurfaceUsageFlags");
+    NLOGV("nativeDetectSurfaceUsageFlags");
     sp<ANativeWindow> anw = windowForOperation(env, surface, kName);
     if (anw == nullptr) return android::BAD_VALUE;
 
     uint64_t usage = 0;
     int err = anw->perform(anw.get(), NATIVE_WINDOW_GET_CONSUMER_USAGE64, &usage);
     if (err != 0) {
-        SLOGE("%s: Error while getting consumer usage  %s (%d).", kName, strerror(-err), err);
+        NLOGE("%s: Error while getting consumer usage  %s (%d).", kName, strerror(-err), err);
         return err;
     }
     return static_cast<jlong>(usage);
