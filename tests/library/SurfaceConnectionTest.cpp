@@ -1,0 +1,211 @@
+// Connecting, disconnecting, the dequeue time-out and the private Surface, through the shipped
+// library and the real JVM.
+
+#include <android/log.h>
+#include <android_runtime/android_view_Surface.h>
+#include <gtest/gtest.h>
+#include <hostcontrol/FaultInjection.h>
+
+#include "LibraryTestSupport.h"
+#include "SurfaceTestSupport.h"
+
+namespace nuvra::test {
+namespace {
+
+using android::sp;
+
+class SurfaceConnectionTest : public JniTest {
+protected:
+    TestSurface surfaceKeepingBack(int maxAcquired) {
+        TestSurfaceConfig config;
+        config.maxAcquired = maxAcquired;
+        return makeTestSurface(env, config);
+    }
+    // How many buffers the producer can hold at once (dequeues until one fails).
+    int dequeuableBuffers(TestSurface& ts) {
+        ts.surface->setDequeueTimeout(0);
+        int count = 0;
+        ANativeWindowBuffer* anb = nullptr;
+        std::vector<ANativeWindowBuffer*> held;
+        while (count < 70 && native_window_dequeue_buffer_and_wait(ts.surface.get(), &anb) == 0) {
+            held.push_back(anb);
+            ++count;
+        }
+        for (ANativeWindowBuffer* b : held) ts.surface->cancelBuffer(ts.surface.get(), b, -1);
+        return count;
+    }
+};
+
+const std::vector<std::string> kConnectSteps = {
+        "surface.connect", "window.perform.SET_USAGE64", "window.query.MIN_UNDEQUEUED_BUFFERS",
+        "window.perform.SET_BUFFER_COUNT"};
+
+TEST_F(SurfaceConnectionTest, ConnectsAsCameraProducerWithFourSpareBuffers) {
+    setLogLevel("V");
+    TestSurface ts = surfaceKeepingBack(2);
+    host::resetFaultsAndCalls();
+    EXPECT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
+    expectNoPendingException(env);
+    std::vector<std::string> calls = host::recordedCalls();
+    calls.erase(calls.begin());  // the Java Surface lookup
+    EXPECT_EQ(calls, kConnectSteps);
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE),
+              (std::vector<std::string>{"nativeConnectSurface",
+                                        "connectSurface: Setting buffer count to 6"}));
+    // Six buffers of which the consumer keeps back two: four for the producer.
+    EXPECT_EQ(dequeuableBuffers(ts), 4);
+    // CPU-write usage on the buffers, and the camera API holds the connection.
+    std::optional<android::BufferItem> item = cycleOneFrame(ts);
+    ASSERT_TRUE(item.has_value());
+    EXPECT_EQ(item->mGraphicBuffer->getUsage() & GRALLOC_USAGE_SW_WRITE_OFTEN,
+              uint64_t{GRALLOC_USAGE_SW_WRITE_OFTEN});
+    EXPECT_EQ(native_window_api_connect(ts.surface.get(), NATIVE_WINDOW_API_CPU), -22);
+    EXPECT_EQ(native_window_api_disconnect(ts.surface.get(), NATIVE_WINDOW_API_CAMERA), 0);
+}
+
+TEST_F(SurfaceConnectionTest, EachFailingStepStopsTheSequenceWithBothLines) {
+    const struct {
+        const char* point;
+        const char* line;
+    } steps[] = {
+            {"surface.connect", "connectSurface: Unable to connect to surface, error"},
+            {"window.perform.SET_USAGE64",
+             "connectSurface: Failed to set native window usage flag, error"},
+            {"window.query.MIN_UNDEQUEUED_BUFFERS",
+             "connectSurface: Failed to get native window min undequeued buffers, error"},
+            {"window.perform.SET_BUFFER_COUNT",
+             "connectSurface: Failed to set native window buffer count, error"},
+    };
+    for (size_t i = 0; i < 4; ++i) {
+        SCOPED_TRACE(steps[i].point);
+        TestSurface ts = surfaceKeepingBack(1);
+        host::resetFaultsAndCalls();
+        host::clearCapturedLogs();
+        host::injectFault(steps[i].point, -32);
+        EXPECT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), -32);
+        expectNoPendingException(env);
+        EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
+                  (std::vector<std::string>{
+                          withError(steps[i].line, -32),
+                          withError("nativeConnectSurface: Error while configuring surface",
+                                    -32)}));
+        // The steps after the failing one were not attempted.
+        for (size_t later = i + 1; later < 4; ++later) {
+            EXPECT_EQ(host::callCount(kConnectSteps[later]), 0u) << kConnectSteps[later];
+        }
+        // A connection made before the failure is left in place.
+        int reconnect = native_window_api_connect(ts.surface.get(), NATIVE_WINDOW_API_CAMERA);
+        EXPECT_EQ(reconnect, i == 0 ? 0 : -22);
+    }
+}
+
+TEST_F(SurfaceConnectionTest, ConnectWithoutNativeSurfaceThrows) {
+    EXPECT_EQ(util()->nativeConnectSurface(env, nullptr), -22);
+    expectPendingException(env, "java.lang.NullPointerException", "surface");
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       "nativeConnectSurface: Could not retrieve surface."));
+    TestSurface ts = makeTestSurface(env);
+    ts.releaseJavaSurface();
+    EXPECT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), -22);
+    expectPendingException(env, "java.lang.IllegalArgumentException",
+                           "Surface had no valid native Surface.");
+}
+
+TEST_F(SurfaceConnectionTest, DisconnectOutcomes) {
+    setLogLevel("V");
+    // No Surface: nothing to do.
+    EXPECT_EQ(util()->nativeDisconnectSurface(env, nullptr), 0);
+    expectNoPendingException(env);
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE),
+              std::vector<std::string>{"nativeDisconnectSurface"});
+
+    // Connected: disconnects, so a new connection is possible.
+    TestSurface ts = makeTestSurface(env);
+    ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
+    EXPECT_EQ(util()->nativeDisconnectSurface(env, ts.javaSurface), 0);
+    expectNoPendingException(env);
+    EXPECT_EQ(native_window_api_connect(ts.surface.get(), NATIVE_WINDOW_API_CAMERA), 0);
+    ASSERT_EQ(native_window_api_disconnect(ts.surface.get(), NATIVE_WINDOW_API_CAMERA), 0);
+
+    // Not connected: the queue refuses, Java gets UnsupportedOperationException, nothing logged.
+    host::clearCapturedLogs();
+    int err = util()->nativeDisconnectSurface(env, ts.javaSurface);
+    EXPECT_LT(err, 0);
+    expectPendingException(env, "java.lang.UnsupportedOperationException",
+                           "Error while disconnecting surface");
+    EXPECT_TRUE(logTexts(kSurfaceTag, ANDROID_LOG_ERROR).empty());
+
+    // The glue's exception stays pending and the queue counts as abandoned.
+    host::clearCapturedLogs();
+    host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
+    EXPECT_EQ(util()->nativeDisconnectSurface(env, ts.javaSurface), 0);
+    expectPendingException(env, "java.lang.IllegalStateException", "injected fault");
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_VERBOSE, "Buffer queue has already been abandoned."));
+
+    // Released Surface: IllegalArgumentException pending, 0 returned.
+    ts.releaseJavaSurface();
+    EXPECT_EQ(util()->nativeDisconnectSurface(env, ts.javaSurface), 0);
+    expectPendingException(env, "java.lang.IllegalArgumentException",
+                           "Surface had no valid native window.");
+}
+
+TEST_F(SurfaceConnectionTest, DequeueTimeoutReachesTheQueue) {
+    TestSurface ts = surfaceKeepingBack(1);
+    ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
+    EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 2000000), 0);
+    // With every producer buffer out, the next dequeue times out instead of blocking.
+    std::vector<ANativeWindowBuffer*> held;
+    ANativeWindowBuffer* anb = nullptr;
+    int err = 0;
+    while ((err = native_window_dequeue_buffer_and_wait(ts.surface.get(), &anb)) == 0 &&
+           held.size() < 70) {
+        held.push_back(anb);
+    }
+    EXPECT_EQ(err, -110);
+    EXPECT_EQ(held.size(), 4u);
+    for (ANativeWindowBuffer* b : held) ts.surface->cancelBuffer(ts.surface.get(), b, -1);
+
+    host::injectFault("surface.setDequeueTimeout", -19);
+    EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 5), -19);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetDequeueTimeout: Error while set dequeue timeout (5ns) "
+                                 "on surface",
+                                 -19)));
+    EXPECT_EQ(util()->nativeSetDequeueTimeout(env, nullptr, 5), -22);
+    expectPendingException(env, "java.lang.NullPointerException", "surface");
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       "nativeSetDequeueTimeout: Could not retrieve surface."));
+}
+
+TEST_F(SurfaceConnectionTest, PrivateSurfaceFeedsTheSameConsumer) {
+    TestSurface ts = makeTestSurface(env);
+    jobject privateSurface = util()->nativeCreatePrivateSurface(env, ts.javaSurface);
+    expectNoPendingException(env);
+    ASSERT_NE(privateSurface, nullptr);
+    EXPECT_FALSE(env->IsSameObject(privateSurface, ts.javaSurface));
+
+    ASSERT_EQ(util()->nativeConnectSurface(env, privateSurface), 0);
+    sp<android::Surface> s = android::android_view_Surface_getSurface(env, privateSurface);
+    ASSERT_NE(s, nullptr);
+    EXPECT_NE(s.get(), ts.surface.get());
+    ANativeWindowBuffer* anb = nullptr;
+    ASSERT_EQ(native_window_dequeue_buffer_and_wait(s.get(), &anb), 0);
+    ASSERT_EQ(s->queueBuffer(s.get(), anb, -1), 0);
+    android::BufferItem item;
+    EXPECT_EQ(ts.consumer->acquireBuffer(&item, 0), android::OK);
+    ts.consumer->releaseBuffer(item);
+    native_window_api_disconnect(s.get(), NATIVE_WINDOW_API_CAMERA);
+    s.clear();
+    jclass cls = env->GetObjectClass(privateSurface);
+    env->CallVoidMethod(privateSurface, env->GetMethodID(cls, "release", "()V"));
+
+    EXPECT_EQ(util()->nativeCreatePrivateSurface(env, nullptr), nullptr);
+    expectPendingException(env, "java.lang.NullPointerException", "surface");
+    ts.releaseJavaSurface();
+    EXPECT_EQ(util()->nativeCreatePrivateSurface(env, ts.javaSurface), nullptr);
+    expectPendingException(env, "java.lang.IllegalArgumentException",
+                           "Surface had no valid native Surface.");
+}
+
+}  // namespace
+}  // namespace nuvra::test

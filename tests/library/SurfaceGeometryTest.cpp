@@ -1,0 +1,258 @@
+// Format, dimensions, transform, scaling mode, timestamp and data space setters, through the
+// shipped library (each vendor build runs this file) and the real JVM.
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+#include <hostcontrol/FaultInjection.h>
+
+#include "LibraryTestSupport.h"
+#include "SurfaceTestSupport.h"
+
+namespace nuvra::test {
+namespace {
+
+class SurfaceGeometryTest : public JniTest {
+protected:
+    void SetUp() override {
+        JniTest::SetUp();
+        TestSurfaceConfig config;
+        config.consumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_HW_TEXTURE;
+        config.dataspace = HAL_DATASPACE_V0_BT709;
+        ts = makeTestSurface(env, config);
+        ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
+        host::resetFaultsAndCalls();
+        host::clearCapturedLogs();
+    }
+    void TearDown() override {
+        ts.reset();
+        JniTest::TearDown();
+    }
+    android::BufferItem nextFrame() {
+        std::optional<android::BufferItem> item = cycleOneFrame(ts);
+        EXPECT_TRUE(item.has_value());
+        return item.value_or(android::BufferItem());
+    }
+    static uint32_t fullTransform(const android::BufferItem& item) {
+        return item.mTransform |
+               (item.mTransformToDisplayInverse ? NATIVE_WINDOW_TRANSFORM_INVERSE_DISPLAY : 0u);
+    }
+
+    TestSurface ts;
+    const uint64_t kConsumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_HW_TEXTURE;
+};
+
+TEST_F(SurfaceGeometryTest, FormatWithoutDisplayFlagSetsTheFormatOnly) {
+    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
+                                             false),
+              0);
+    std::vector<std::string> calls = host::recordedCalls();
+    EXPECT_EQ(std::vector<std::string>(calls.begin() + 1, calls.end()),
+              std::vector<std::string>{"window.perform.SET_BUFFERS_FORMAT"});
+    android::BufferItem item = nextFrame();
+    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    EXPECT_EQ(item.mDataSpace, HAL_DATASPACE_V0_BT709);
+}
+
+TEST_F(SurfaceGeometryTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) {
+    setLogLevel("V");
+    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
+                                             true),
+              0);
+    expectNoPendingException(env);
+    android::BufferItem item = nextFrame();
+    uint64_t usage = item.mGraphicBuffer->getUsage();
+    std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
+#if defined(NUVRA_TEST_VENDOR_QCOM)
+    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    EXPECT_EQ(usage & (kConsumerUsage | 0x20000), kConsumerUsage | 0x20000);
+    EXPECT_EQ(item.mDataSpace, HAL_DATASPACE_V0_BT709);  // left alone
+    EXPECT_EQ(verbose, (std::vector<std::string>{"nativeSetSurfaceFormat",
+                                                 "add usage GRALLOC_USAGE_HW_CAMERA_WRITE"}));
+    EXPECT_EQ(host::callCount("window.query.DEFAULT_DATASPACE"), 0u);
+    EXPECT_EQ(logTexts(kPlatformTag, ANDROID_LOG_VERBOSE).size(), 4u);  // the vendor, asked 4 times
+#else
+#if defined(NUVRA_TEST_VENDOR_KORB)
+    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), 0x11D);  // the vendor's display NV21
+    const std::string firstLines[] = {
+            "nativeSetSurfaceFormat",
+            "nativeSetSurfaceFormat: override pixel format to 420_SP_M_FULL for display surface."};
+#else
+    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    const std::string firstLines[] = {"nativeSetSurfaceFormat"};
+#endif
+    EXPECT_EQ(usage & (kConsumerUsage | GRALLOC_USAGE_SW_WRITE_OFTEN),
+              kConsumerUsage | GRALLOC_USAGE_SW_WRITE_OFTEN);
+    EXPECT_EQ(usage & 0x20000, 0u);
+    EXPECT_EQ(item.mDataSpace, static_cast<android_dataspace>(0x8C20000));
+    std::vector<std::string> expected(std::begin(firstLines), std::end(firstLines));
+    expected.push_back("nativeSetSurfaceFormat: NATIVE_WINDOW_DEFAULT_DATASPACE " +
+                       std::to_string(HAL_DATASPACE_V0_BT709));
+    char original[64];
+    snprintf(original, sizeof(original), "add usage GRALLOC_USAGE_SW_WRITE_OFTEN, original 0x%x",
+             static_cast<unsigned>(kConsumerUsage));
+    expected.push_back(original);
+    EXPECT_EQ(verbose, expected);
+#endif
+}
+
+TEST_F(SurfaceGeometryTest, OnlyNv21IsOverriddenAndOnlyForDisplays) {
+    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
+                                             false),
+              0);
+    EXPECT_EQ(nextFrame().mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YV12, true), 0);
+    EXPECT_EQ(nextFrame().mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YV12);
+}
+
+TEST_F(SurfaceGeometryTest, FailedStepsOfTheFormatStopTheSequence) {
+    host::injectFault("window.perform.SET_BUFFERS_FORMAT", -22);
+    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, 1, true), -22);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetSurfaceFormat: Error while setting surface format",
+                                 -22)));
+    EXPECT_EQ(host::callCount("window.perform.SET_USAGE64"), 0u);
+    EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_DATASPACE"), 0u);
+
+    host::injectFault("window.perform.SET_USAGE64", -38);
+    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, 1, true), -38);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetSurfaceFormat: Failed to set native window usage flag, "
+                                 "error",
+                                 -38)));
+#if !defined(NUVRA_TEST_VENDOR_QCOM)
+    host::injectFault("window.perform.SET_BUFFERS_DATASPACE", -19);
+    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, 1, true), -19);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetSurfaceFormat: Failed to set native window data_space, "
+                                 "error",
+                                 -19)));
+#endif
+}
+
+TEST_F(SurfaceGeometryTest, DimensionsAndUserDimensions) {
+    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 96, 40), 0);
+    android::BufferItem item = nextFrame();
+    EXPECT_EQ(item.mGraphicBuffer->getWidth(), 96u);
+    EXPECT_EQ(item.mGraphicBuffer->getHeight(), 40u);
+
+    host::injectFault("window.perform.SET_BUFFERS_DIMENSIONS", -22);
+    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 10, 10), -22);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetSurfaceDimens: Error while setting surface dimens",
+                                 -22)));
+    EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_USER_DIMENSIONS"), 1u);  // the first call
+    host::injectFault("window.perform.SET_BUFFERS_USER_DIMENSIONS", -22);
+    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 10, 10), -22);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetSurfaceDimens: Error while setting surface user dimens",
+                                 -22)));
+    // The dimensions set before the user dimensions failed stay.
+    item = nextFrame();
+    EXPECT_EQ(item.mGraphicBuffer->getWidth(), 10u);
+}
+
+// The platform's rotation transform, computed here from its definition.
+uint32_t expectedTransform(int facing, int orientation, int mirrorMode) {
+    uint32_t mirror = 0;
+    if ((mirrorMode == 0 && facing == 0) || mirrorMode == 2) mirror = NATIVE_WINDOW_TRANSFORM_FLIP_H;
+    if (mirrorMode == 3) mirror = NATIVE_WINDOW_TRANSFORM_FLIP_V;
+    const uint32_t rotations[] = {0, NATIVE_WINDOW_TRANSFORM_ROT_90, NATIVE_WINDOW_TRANSFORM_ROT_180,
+                                  NATIVE_WINDOW_TRANSFORM_ROT_270};
+    uint32_t rotation = rotations[orientation / 90];
+    uint32_t transform = rotation;
+    if (mirror != 0) transform = mirror ^ rotations[(4 - orientation / 90) % 4];
+    return transform | NATIVE_WINDOW_TRANSFORM_INVERSE_DISPLAY;
+}
+
+TEST_F(SurfaceGeometryTest, MirrorTransformForEveryFacingOrientationAndMode) {
+    for (int facing = 0; facing <= 2; ++facing) {
+        for (int orientation = 0; orientation < 360; orientation += 90) {
+            for (int mode = 0; mode <= 3; ++mode) {
+                SCOPED_TRACE(::testing::Message() << "facing " << facing << " orientation "
+                                                  << orientation << " mode " << mode);
+                ASSERT_EQ(util()->nativeSetSurfaceMirror(env, ts.javaSurface, facing,
+                                                         orientation, mode),
+                          0);
+                EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(facing, orientation, mode));
+            }
+        }
+    }
+}
+
+TEST_F(SurfaceGeometryTest, OrientationIsTheMirrorWithModeZero) {
+    setLogLevel("V");
+    ASSERT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 90), 0);
+    uint32_t viaOrientation = fullTransform(nextFrame());
+    ASSERT_EQ(util()->nativeSetSurfaceMirror(env, ts.javaSurface, 1, 90, 0), 0);
+    EXPECT_EQ(fullTransform(nextFrame()), viaOrientation);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_VERBOSE,
+                       "nativeSetSurfaceTransform: Setting buffer transform to " +
+                               std::to_string(expectedTransform(1, 90, 0))));
+    // Only the low byte of the facing is kept: 256 is the front camera.
+    ASSERT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 256, 90), 0);
+    EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(0, 90, 0));
+}
+
+TEST_F(SurfaceGeometryTest, RejectedOrientationLeavesTheWindowAlone) {
+    ASSERT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 180), 0);
+    host::resetFaultsAndCalls();
+    EXPECT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 45), -38);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetSurfaceTransform: Invalid rotation transform", -38, "")));
+    EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_TRANSFORM"), 0u);
+    EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(1, 180, 0));
+
+    host::injectFault("window.perform.SET_BUFFERS_TRANSFORM", -19);
+    EXPECT_EQ(util()->nativeSetSurfaceMirror(env, ts.javaSurface, 1, 0, 1), -19);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetSurfaceTransform: Unable to configure surface "
+                                 "transform, error",
+                                 -19, "")));
+    EXPECT_EQ(util()->nativeSetSurfaceOrientation(env, nullptr, 1, 0), -22);
+    expectPendingException(env, "java.lang.NullPointerException", "surface");
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       "nativeSetSurfaceTransform: Could not retrieve native window from surface."));
+}
+
+TEST_F(SurfaceGeometryTest, ScalingTimestampAndDataSpaceReachTheQueuedBuffer) {
+    EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface, NATIVE_WINDOW_SCALING_MODE_SCALE_CROP),
+              0);
+    EXPECT_EQ(util()->nativeSetNextTimestamp(env, ts.javaSurface, -5), 0);
+    EXPECT_EQ(util()->nativeSetDataSpaceToSurface(env, ts.javaSurface, 0x8C20000), 0);
+    android::BufferItem item = nextFrame();
+    EXPECT_EQ(item.mScalingMode, static_cast<uint32_t>(NATIVE_WINDOW_SCALING_MODE_SCALE_CROP));
+    EXPECT_EQ(item.mTimestamp, -5);  // passed on unchanged
+    EXPECT_EQ(item.mDataSpace, static_cast<android_dataspace>(0x8C20000));
+
+    EXPECT_EQ(util()->nativeSetDataSpaceToSurface(env, ts.javaSurface, -1), 0);
+    EXPECT_EQ(static_cast<int>(nextFrame().mDataSpace), -1);
+}
+
+TEST_F(SurfaceGeometryTest, RefusedSettersReturnTheWindowsCode) {
+    EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface, 7), -22);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetScalingMode: Unable to set surface scaling mode, error",
+                                 -22, "")));
+    host::injectFault("window.perform.SET_BUFFERS_TIMESTAMP", -19);
+    EXPECT_EQ(util()->nativeSetNextTimestamp(env, ts.javaSurface, 1), -19);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetNextTimestamp: Unable to set surface timestamp, error",
+                                 -19, "")));
+    host::injectFault("window.perform.SET_BUFFERS_DATASPACE", -19);
+    EXPECT_EQ(util()->nativeSetDataSpaceToSurface(env, ts.javaSurface, 0x8C20000), -19);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetDataSpaceToSurface: Error while setting "
+                                 "dataspace(146931712/0x8c20000) to surface",
+                                 -19)));
+    for (auto call : {+[](JNIEnv* e) { return util()->nativeSetScalingMode(e, nullptr, 1); },
+                      +[](JNIEnv* e) { return util()->nativeSetNextTimestamp(e, nullptr, 1); },
+                      +[](JNIEnv* e) { return util()->nativeSetSurfaceDimens(e, nullptr, 1, 1); },
+                      +[](JNIEnv* e) { return util()->nativeSetDataSpaceToSurface(e, nullptr, 1); },
+                      +[](JNIEnv* e) { return util()->nativeSetSurfaceFormat(e, nullptr, 1, true); }}) {
+        EXPECT_EQ(call(env), -22);
+        expectPendingException(env, "java.lang.NullPointerException", "surface");
+    }
+}
+
+}  // namespace
+}  // namespace nuvra::test

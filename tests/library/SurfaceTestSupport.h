@@ -1,0 +1,50 @@
+/*
+ * Producing and inspecting frames in the library's Surface tests.
+ */
+#pragma once
+
+#include <gtest/gtest.h>
+#include <gui/BufferItem.h>
+#include <system/window.h>
+#include <testsupport/JniTest.h>
+#include <testsupport/TestSurface.h>
+#include <ui/GraphicBuffer.h>
+
+#include <optional>
+#include <string>
+
+namespace nuvra::test {
+
+// Dequeues one buffer from the producer side (as a producer that is already connected), queues
+// it unchanged and acquires it at the consumer; nullopt when any step fails.
+inline std::optional<android::BufferItem> cycleOneFrame(TestSurface& ts) {
+    ANativeWindow* anw = ts.surface.get();
+    ANativeWindowBuffer* anb = nullptr;
+    if (native_window_dequeue_buffer_and_wait(anw, &anb) != 0) return std::nullopt;
+    if (anw->queueBuffer(anw, anb, -1) != 0) return std::nullopt;
+    android::BufferItem item;
+    if (ts.consumer->acquireBuffer(&item, 0) != android::OK) return std::nullopt;
+    ts.consumer->releaseBuffer(item);
+    return item;
+}
+
+// The one Java exception pending, taken off the thread.
+inline void expectPendingException(JNIEnv* env, const std::string& className,
+                                   const std::optional<std::string>& message) {
+    std::optional<JavaException> e = takePendingException(env);
+    ASSERT_TRUE(e.has_value()) << "expected " << className;
+    EXPECT_EQ(e->className, className);
+    EXPECT_EQ(e->message, message);
+}
+
+inline void expectNoPendingException(JNIEnv* env) {
+    std::optional<JavaException> e = takePendingException(env);
+    EXPECT_FALSE(e.has_value()) << describe(*e);
+}
+
+// "<prefix> <strerror(-err)> (<err>)<end>", the platform-error ending of the library's lines.
+inline std::string withError(const std::string& prefix, int err, const char* end = ".") {
+    return prefix + " " + strerror(-err) + " (" + std::to_string(err) + ")" + end;
+}
+
+}  // namespace nuvra::test
