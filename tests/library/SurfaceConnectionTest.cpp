@@ -21,19 +21,6 @@ protected:
         config.maxAcquired = maxAcquired;
         return makeTestSurface(env, config);
     }
-    // How many buffers the producer can hold at once (dequeues until one fails).
-    int dequeuableBuffers(TestSurface& ts) {
-        ts.surface->setDequeueTimeout(0);
-        int count = 0;
-        ANativeWindowBuffer* anb = nullptr;
-        std::vector<ANativeWindowBuffer*> held;
-        while (count < 70 && native_window_dequeue_buffer_and_wait(ts.surface.get(), &anb) == 0) {
-            held.push_back(anb);
-            ++count;
-        }
-        for (ANativeWindowBuffer* b : held) ts.surface->cancelBuffer(ts.surface.get(), b, -1);
-        return count;
-    }
 };
 
 const std::vector<std::string> kConnectSteps = {

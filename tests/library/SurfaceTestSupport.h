@@ -28,6 +28,20 @@ inline std::optional<android::BufferItem> cycleOneFrame(TestSurface& ts) {
     return item;
 }
 
+// How many buffers the producer can hold at once (dequeues until one fails, then cancels all).
+inline int dequeuableBuffers(TestSurface& ts) {
+    ts.surface->setDequeueTimeout(0);
+    int count = 0;
+    ANativeWindowBuffer* anb = nullptr;
+    std::vector<ANativeWindowBuffer*> held;
+    while (count < 70 && native_window_dequeue_buffer_and_wait(ts.surface.get(), &anb) == 0) {
+        held.push_back(anb);
+        ++count;
+    }
+    for (ANativeWindowBuffer* b : held) ts.surface->cancelBuffer(ts.surface.get(), b, -1);
+    return count;
+}
+
 // The one Java exception pending, taken off the thread.
 inline void expectPendingException(JNIEnv* env, const std::string& className,
                                    const std::optional<std::string>& message) {
