@@ -520,10 +520,10 @@ int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21(JNIEnv* env, jobject surfa
         jniThrowNullPointerException(env, "pixel");
         return 0;
     }
-    // Signed 32-bit arithmetic, as the callers size their NV21 frames; computed wide so that
-    // huge dimensions cannot overflow.
+    // The frame's size as a signed 32-bit value; a product that does not fit (it would wrap)
+    // is passed on as -1, which produceFrame refuses before touching the window.
     int64_t size = static_cast<int64_t>(width) * height * 3 / 2;
-    int bufSize = size > INT32_MAX ? INT32_MAX : (size < INT32_MIN ? INT32_MIN : static_cast<int>(size));
+    int bufSize = (size > INT32_MAX || size < INT32_MIN) ? -1 : static_cast<int>(size);
     int err = produceFrame(anw, reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(pixel)),
                            width, height, HAL_PIXEL_FORMAT_YCrCb_420_SP, bufSize);
     if (err != 0) {
