@@ -105,10 +105,11 @@ void step(const char* what, const std::function<long long()>& call) {
 
 void printQueueState(DemoQueue& q) {
     int width = 0, height = 0, format = 0, dataSpace = 0;
-    q.surface->query(NATIVE_WINDOW_WIDTH, &width);
-    q.surface->query(NATIVE_WINDOW_HEIGHT, &height);
-    q.surface->query(NATIVE_WINDOW_FORMAT, &format);
-    q.surface->query(NATIVE_WINDOW_DEFAULT_DATASPACE, &dataSpace);
+    ANativeWindow* anw = q.surface.get();
+    anw->query(anw, NATIVE_WINDOW_WIDTH, &width);
+    anw->query(anw, NATIVE_WINDOW_HEIGHT, &height);
+    anw->query(anw, NATIVE_WINDOW_FORMAT, &format);
+    anw->query(anw, NATIVE_WINDOW_DEFAULT_DATASPACE, &dataSpace);
     printf("      queue: default %dx%d format 0x%x dataspace 0x%x\n", width, height, format,
            dataSpace);
 }
