@@ -131,6 +131,11 @@ private:
     int dispatchGetConsumerUsage64(va_list args);
     int dispatchSetDequeueTimeout(va_list args);
 
+    // connect/disconnect without their fault points, for the window requests that lead to
+    // them (API_CONNECT, API_DISCONNECT) and the destructor.
+    int connectImpl(int api, const sp<IProducerListener>& listener, bool reportBufferRemoval);
+    int disconnectImpl(int api, IGraphicBufferProducer::DisconnectMode mode);
+
 protected:
     virtual int dequeueBuffer(ANativeWindowBuffer** buffer, int* fenceFd);
     virtual int cancelBuffer(ANativeWindowBuffer* buffer, int fenceFd);

@@ -52,8 +52,8 @@ struct GrallocLayout {
     uint32_t cStride = 0;  // bytes
     uint32_t chromaStep = 0;
 
-    // Bytes per pixel and per row that lock() reports, -1 where they are not defined (every
-    // multi-plane format, RAW10/RAW12, BLOB).
+    // Bytes per pixel and per row that lock() reports for single-plane formats; -1 where they
+    // are not defined (both for multi-plane formats, bytes per pixel for RAW10/RAW12).
     int32_t lockBytesPerPixel = -1;
     int32_t lockBytesPerStride = -1;
 };
