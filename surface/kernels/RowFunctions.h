@@ -52,6 +52,16 @@ inline void nv21PairsToRgb565(const uint8_t* y, const uint8_t* vu, uint8_t* dst,
     }
 }
 
+// How many leading pairs (at most `pairs`) bring dst to an `alignment`-byte boundary, so that the
+// vector stores after them never split a cache line; 0 when dst is odd and whole pairs cannot get
+// there.
+inline size_t pairsToAlign(const uint8_t* dst, size_t alignment, size_t pairs) {
+    const size_t misalignment = reinterpret_cast<uintptr_t>(dst) & (alignment - 1);
+    if (misalignment & 1) return 0;
+    const size_t head = ((alignment - misalignment) & (alignment - 1)) / 2;
+    return head < pairs ? head : pairs;
+}
+
 // Scalar reference rows.
 //
 // Y of `width` RGBA pixels (an odd row of the frame).

@@ -32,14 +32,26 @@ NUVRA_AVX2 inline __m256i bias8() {
     return _mm256_set1_epi8(static_cast<char>(0x80));
 }
 
-// Y of 32 pixels (p[i] holds pixels 8i .. 8i + 7).
-NUVRA_AVX2 inline __m256i yOf32(const __m256i* p) {
+// 32 RGBA pixels: p0 holds pixels 0-7, p1 8-15, p2 16-23, p3 24-31. Kept in named registers
+// rather than an array, which the compiler would spill.
+struct Pixels32 {
+    __m256i p0, p1, p2, p3;
+};
+
+NUVRA_AVX2 inline Pixels32 load32(const uint8_t* rgba) {
+    const __m256i* src = reinterpret_cast<const __m256i*>(rgba);
+    return {_mm256_loadu_si256(src), _mm256_loadu_si256(src + 1), _mm256_loadu_si256(src + 2),
+            _mm256_loadu_si256(src + 3)};
+}
+
+// Y of 32 pixels.
+NUVRA_AVX2 inline __m256i yOf32(const Pixels32& p) {
     const __m256i bias = bias8();
     const __m256i weights = _mm256_set1_epi32(77 | (150 << 8) | (29 << 16));
-    const __m256i s0 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p[0], bias));
-    const __m256i s1 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p[1], bias));
-    const __m256i s2 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p[2], bias));
-    const __m256i s3 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p[3], bias));
+    const __m256i s0 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p.p0, bias));
+    const __m256i s1 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p.p1, bias));
+    const __m256i s2 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p.p2, bias));
+    const __m256i s3 = _mm256_maddubs_epi16(weights, _mm256_xor_si256(p.p3, bias));
     // Pixels 0-3, 8-11 | 4-7, 12-15, and 16-19, 24-27 | 20-23, 28-31.
     const __m256i y01 = _mm256_srli_epi16(_mm256_hadd_epi16(s0, s1), 8);
     const __m256i y23 = _mm256_srli_epi16(_mm256_hadd_epi16(s2, s3), 8);
@@ -63,15 +75,15 @@ NUVRA_AVX2 inline __m256i evenPixels(__m256i a, __m256i b) {
                                                  _MM_SHUFFLE(2, 0, 2, 0)));
 }
 
-// The chroma of the 16 even pixels of p[0..3], stored by layout: 32 interleaved bytes at c0, or
+// The chroma of the 16 even pixels of p, stored by layout: 32 interleaved bytes at c0, or
 // 16 Cr bytes at c0 and 16 Cb bytes at c1.
 template <Chroma kLayout>
-NUVRA_AVX2 inline void storeChromaOf32(const __m256i* p, uint8_t* c0, uint8_t* c1) {
+NUVRA_AVX2 inline void storeChromaOf32(const Pixels32& p, uint8_t* c0, uint8_t* c1) {
     // Pixels 0, 2, 8, 10 | 4, 6, 12, 14 and 16, 18, 24, 26 | 20, 22, 28, 30; as chroma samples
     // (pixel / 2) the packs below hold 0, 1, 4, 5, 8, 9, 12, 13 | 2, 3, 6, 7, 10, 11, 14, 15.
     __m256i cbA, crA, cbB, crB;
-    chromaOf8(evenPixels(p[0], p[1]), &cbA, &crA);
-    chromaOf8(evenPixels(p[2], p[3]), &cbB, &crB);
+    chromaOf8(evenPixels(p.p0, p.p1), &cbA, &crA);
+    chromaOf8(evenPixels(p.p2, p.p3), &cbB, &crB);
     const __m256i cb = _mm256_packs_epi32(cbA, cbB);
     const __m256i cr = _mm256_packs_epi32(crA, crB);
     if constexpr (kLayout == Chroma::Planar) {
@@ -96,17 +108,10 @@ NUVRA_AVX2 inline void storeChromaOf32(const __m256i* p, uint8_t* c0, uint8_t* c
     }
 }
 
-NUVRA_AVX2 inline void load32(const uint8_t* rgba, __m256i* p) {
-    for (int i = 0; i < 4; ++i) {
-        p[i] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rgba) + i);
-    }
-}
-
 NUVRA_AVX2 void rgbaToYRow_AVX2(const uint8_t* rgba, uint8_t* y, size_t width) {
     size_t x = 0;
     for (; x + 32 <= width; x += 32) {
-        __m256i p[4];
-        load32(rgba + 4 * x, p);
+        const Pixels32 p = load32(rgba + 4 * x);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(y + x), yOf32(p));
     }
     RgbaToYRow_C(rgba + 4 * x, y + x, width - x);
@@ -117,8 +122,7 @@ NUVRA_AVX2 void rgbaToYuvRow_AVX2(const uint8_t* rgba, uint8_t* y, uint8_t* c0, 
                                   size_t width) {
     size_t x = 0;
     for (; x + 32 <= width; x += 32) {
-        __m256i p[4];
-        load32(rgba + 4 * x, p);
+        const Pixels32 p = load32(rgba + 4 * x);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(y + x), yOf32(p));
         if constexpr (kLayout == Chroma::Planar) {
             storeChromaOf32<kLayout>(p, c0 + x / 2, c1 + x / 2);
@@ -201,13 +205,17 @@ NUVRA_AVX2 void nv21ToRgb565Row_AVX2(const uint8_t* y, const uint8_t* vu, uint8_
 }
 
 NUVRA_AVX2 inline __m256i swap16(__m256i v) {
-    return _mm256_or_si256(_mm256_slli_epi16(v, 8), _mm256_srli_epi16(v, 8));
+    const __m256i order = _mm256_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14, 1,
+                                           0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14);
+    return _mm256_shuffle_epi8(v, order);
 }
 
-// 64 pairs at a time, then 16, then 8, then single pairs. Each block is loaded whole before it
+// Single pairs up to a 32-byte boundary of dst, then 64 pairs at a time, then 16, then 8, then
+// single pairs. Each block is loaded whole before it
 // is stored, so dst == src works.
 NUVRA_AVX2 void swapPairsRow_AVX2(uint8_t* dst, const uint8_t* src, size_t pairs) {
-    size_t k = 0;
+    size_t k = pairsToAlign(dst, 32, pairs);
+    SwapPairsRow_C(dst, src, k);
     for (; k + 64 <= pairs; k += 64) {
         const __m256i* s = reinterpret_cast<const __m256i*>(src + 2 * k);
         __m256i* d = reinterpret_cast<__m256i*>(dst + 2 * k);

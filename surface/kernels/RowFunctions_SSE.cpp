@@ -125,18 +125,23 @@ inline size_t chromaOffset(size_t x) {
     return kLayout == Chroma::Planar ? x / 2 : x;
 }
 
-NUVRA_SSE2 inline void load16(const uint8_t* rgba, __m128i* p) {
-    for (int i = 0; i < 4; ++i) {
-        p[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rgba) + i);
-    }
+// 16 RGBA pixels, 4 in each register; named registers rather than an array, which the compiler
+// would spill.
+struct Pixels16 {
+    __m128i p0, p1, p2, p3;
+};
+
+NUVRA_SSE2 inline Pixels16 load16(const uint8_t* rgba) {
+    const __m128i* src = reinterpret_cast<const __m128i*>(rgba);
+    return {_mm_loadu_si128(src), _mm_loadu_si128(src + 1), _mm_loadu_si128(src + 2),
+            _mm_loadu_si128(src + 3)};
 }
 
 NUVRA_SSE2 void rgbaToYRow_SSE2(const uint8_t* rgba, uint8_t* y, size_t width) {
     size_t x = 0;
     for (; x + 16 <= width; x += 16) {
-        __m128i p[4];
-        load16(rgba + 4 * x, p);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSE2(p[0], p[1], p[2], p[3]));
+        const Pixels16 p = load16(rgba + 4 * x);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSE2(p.p0, p.p1, p.p2, p.p3));
     }
     RgbaToYRow_C(rgba + 4 * x, y + x, width - x);
 }
@@ -146,11 +151,10 @@ NUVRA_SSE2 void rgbaToYuvRow_SSE2(const uint8_t* rgba, uint8_t* y, uint8_t* c0, 
                                   size_t width) {
     size_t x = 0;
     for (; x + 16 <= width; x += 16) {
-        __m128i p[4];
-        load16(rgba + 4 * x, p);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSE2(p[0], p[1], p[2], p[3]));
+        const Pixels16 p = load16(rgba + 4 * x);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSE2(p.p0, p.p1, p.p2, p.p3));
         const size_t at = chromaOffset<kLayout>(x);
-        storeChromaOf16<kLayout>(p[0], p[1], p[2], p[3], c0 + at, c1 + at);
+        storeChromaOf16<kLayout>(p.p0, p.p1, p.p2, p.p3, c0 + at, c1 + at);
     }
     chromaRowTail<kLayout>(rgba, y, c0, c1, x, width);
 }
@@ -158,9 +162,8 @@ NUVRA_SSE2 void rgbaToYuvRow_SSE2(const uint8_t* rgba, uint8_t* y, uint8_t* c0, 
 NUVRA_SSSE3 void rgbaToYRow_SSSE3(const uint8_t* rgba, uint8_t* y, size_t width) {
     size_t x = 0;
     for (; x + 16 <= width; x += 16) {
-        __m128i p[4];
-        load16(rgba + 4 * x, p);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSSE3(p[0], p[1], p[2], p[3]));
+        const Pixels16 p = load16(rgba + 4 * x);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSSE3(p.p0, p.p1, p.p2, p.p3));
     }
     RgbaToYRow_C(rgba + 4 * x, y + x, width - x);
 }
@@ -170,11 +173,10 @@ NUVRA_SSSE3 void rgbaToYuvRow_SSSE3(const uint8_t* rgba, uint8_t* y, uint8_t* c0
                                     size_t width) {
     size_t x = 0;
     for (; x + 16 <= width; x += 16) {
-        __m128i p[4];
-        load16(rgba + 4 * x, p);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSSE3(p[0], p[1], p[2], p[3]));
+        const Pixels16 p = load16(rgba + 4 * x);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(y + x), yOf16_SSSE3(p.p0, p.p1, p.p2, p.p3));
         const size_t at = chromaOffset<kLayout>(x);
-        storeChromaOf16<kLayout>(p[0], p[1], p[2], p[3], c0 + at, c1 + at);
+        storeChromaOf16<kLayout>(p.p0, p.p1, p.p2, p.p3, c0 + at, c1 + at);
     }
     chromaRowTail<kLayout>(rgba, y, c0, c1, x, width);
 }
@@ -273,10 +275,12 @@ NUVRA_SSSE3 inline __m128i swap16_SSSE3(__m128i v) {
     return _mm_shuffle_epi8(v, _mm_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14));
 }
 
-// 32 pairs at a time, then 8, then single pairs. Each block is loaded whole before it is stored,
+// Single pairs up to a 16-byte boundary of dst, then 32 pairs at a time, then 8, then single
+// pairs. Each block is loaded whole before it is stored,
 // so dst == src works.
 #define NUVRA_SWAP_PAIRS_BODY(swap16)                                                     \
-    size_t k = 0;                                                                         \
+    size_t k = pairsToAlign(dst, 16, pairs);                                              \
+    SwapPairsRow_C(dst, src, k);                                                          \
     for (; k + 32 <= pairs; k += 32) {                                                    \
         const __m128i* s = reinterpret_cast<const __m128i*>(src + 2 * k);                 \
         __m128i* d = reinterpret_cast<__m128i*>(dst + 2 * k);                             \
