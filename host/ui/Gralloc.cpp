@@ -142,6 +142,13 @@ void setInterleavedChroma(GrallocLayout* out, bool cbFirst, size_t chroma, uint3
     out->chromaStep = 2 * sampleBytes;
 }
 
+void addPlane(GrallocLayout* layout, uint64_t offset, uint64_t strideBytes, uint64_t rows,
+              uint64_t rowBytes, uint64_t pixelRows) {
+    layout->planes.push_back({static_cast<size_t>(offset), static_cast<uint32_t>(strideBytes),
+                              static_cast<uint32_t>(rows), static_cast<uint32_t>(rowBytes),
+                              static_cast<uint32_t>(pixelRows)});
+}
+
 }  // namespace
 
 bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint32_t layerCount,
@@ -169,7 +176,7 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
             const uint64_t stride = alignUp(w, strideAlign);
             const uint64_t strideBytes = stride * info->bytesPerSample;
             layout.stride = static_cast<uint32_t>(stride);
-            layout.planes.push_back({0, static_cast<uint32_t>(strideBytes), height});
+            addPlane(&layout, 0, strideBytes, h, w * info->bytesPerSample, h);
             layerSize = strideBytes * h;
             layout.lockBytesPerPixel = static_cast<int32_t>(info->bytesPerSample);
             layout.lockBytesPerStride = static_cast<int32_t>(strideBytes);
@@ -179,7 +186,7 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
             // A BLOB buffer is a byte array of `width` bytes; gralloc refuses other heights.
             if (height != 1) return false;
             layout.stride = width;
-            layout.planes.push_back({0, width, 1});
+            addPlane(&layout, 0, w, 1, w, 1);
             layerSize = w;
             layout.lockBytesPerPixel = 1;
             layout.lockBytesPerStride = static_cast<int32_t>(width);
@@ -190,7 +197,7 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
                     info->arrangement == Arrangement::kRaw10 ? divUp(w, 4) * 5 : divUp(w, 2) * 3;
             const uint64_t strideBytes = paddedLayouts ? alignUp(rowBytes, 64) : rowBytes;
             layout.stride = static_cast<uint32_t>(strideBytes);
-            layout.planes.push_back({0, static_cast<uint32_t>(strideBytes), height});
+            addPlane(&layout, 0, strideBytes, h, rowBytes, h);
             layerSize = strideBytes * h;
             layout.lockBytesPerStride = static_cast<int32_t>(strideBytes);
             break;
@@ -203,10 +210,9 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
             const uint64_t chromaRows = scanlineAlign > 1 ? lumaRows / 2 : divUp(h, 2);
             const uint64_t chroma = strideBytes * lumaRows;
             layout.stride = static_cast<uint32_t>(stride);
-            layout.planes.push_back(
-                    {0, static_cast<uint32_t>(strideBytes), static_cast<uint32_t>(lumaRows)});
-            layout.planes.push_back({chroma, static_cast<uint32_t>(strideBytes),
-                                     static_cast<uint32_t>(chromaRows)});
+            addPlane(&layout, 0, strideBytes, lumaRows, w * sampleBytes, h);
+            addPlane(&layout, chroma, strideBytes, chromaRows, divUp(w, 2) * 2 * sampleBytes,
+                     divUp(h, 2));
             layerSize = chroma + strideBytes * chromaRows;
             layout.yStride = static_cast<uint32_t>(strideBytes);
             setInterleavedChroma(&layout, cbFirst, chroma, static_cast<uint32_t>(sampleBytes),
@@ -222,11 +228,9 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
             const uint64_t lumaSize = stride * h;
             const uint64_t chromaSize = cStride * (h / 2);
             layout.stride = static_cast<uint32_t>(stride);
-            layout.planes.push_back({0, static_cast<uint32_t>(stride), height});
-            layout.planes.push_back(
-                    {lumaSize, static_cast<uint32_t>(cStride), static_cast<uint32_t>(h / 2)});
-            layout.planes.push_back({lumaSize + chromaSize, static_cast<uint32_t>(cStride),
-                                     static_cast<uint32_t>(h / 2)});
+            addPlane(&layout, 0, stride, h, w, h);
+            addPlane(&layout, lumaSize, cStride, h / 2, divUp(w, 2), h / 2);
+            addPlane(&layout, lumaSize + chromaSize, cStride, h / 2, divUp(w, 2), h / 2);
             layerSize = lumaSize + 2 * chromaSize;
             layout.ycbcrLockable = true;
             layout.yStride = static_cast<uint32_t>(stride);
@@ -245,10 +249,8 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
             const uint64_t chromaRows = alignUp(divUp(h, 2), 16);
             const uint64_t chroma = stride * lumaRows;
             layout.stride = static_cast<uint32_t>(stride);
-            layout.planes.push_back(
-                    {0, static_cast<uint32_t>(stride), static_cast<uint32_t>(lumaRows)});
-            layout.planes.push_back(
-                    {chroma, static_cast<uint32_t>(stride), static_cast<uint32_t>(chromaRows)});
+            addPlane(&layout, 0, stride, lumaRows, w, h);
+            addPlane(&layout, chroma, stride, chromaRows, divUp(w, 2) * 2, divUp(h, 2));
             layerSize = alignUp(chroma + stride * chromaRows, 4096);
             layout.yStride = static_cast<uint32_t>(stride);
             setInterleavedChroma(&layout, cbFirst, chroma, 1, static_cast<uint32_t>(stride));
@@ -256,7 +258,8 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
         }
         case Arrangement::kUbwc: {
             // Venus UBWC NV12: luma metadata, luma tiles, chroma metadata, chroma tiles, each
-            // plane page-aligned. The content is compressed: lockYCbCr refuses it.
+            // plane page-aligned. The content is compressed: lockYCbCr refuses it, and the
+            // planes' data is their whole allocation.
             const uint64_t stride = alignUp(w, 128);
             const uint64_t lumaRows = alignUp(h, 32);
             const uint64_t chromaRows = alignUp(divUp(h, 2), 32);
@@ -269,14 +272,12 @@ bool computeGrallocLayout(int32_t format, uint32_t width, uint32_t height, uint3
             const uint64_t uvMetaSize = alignUp(uvMetaStride * uvMetaRows, 4096);
             const uint64_t uvSize = alignUp(stride * chromaRows, 4096);
             layout.stride = static_cast<uint32_t>(stride);
-            layout.planes.push_back(
-                    {0, static_cast<uint32_t>(yMetaStride), static_cast<uint32_t>(yMetaRows)});
-            layout.planes.push_back(
-                    {yMetaSize, static_cast<uint32_t>(stride), static_cast<uint32_t>(lumaRows)});
-            layout.planes.push_back({yMetaSize + ySize, static_cast<uint32_t>(uvMetaStride),
-                                     static_cast<uint32_t>(uvMetaRows)});
-            layout.planes.push_back({yMetaSize + ySize + uvMetaSize, static_cast<uint32_t>(stride),
-                                     static_cast<uint32_t>(chromaRows)});
+            addPlane(&layout, 0, yMetaStride, yMetaRows, yMetaStride, yMetaRows);
+            addPlane(&layout, yMetaSize, stride, lumaRows, stride, lumaRows);
+            addPlane(&layout, yMetaSize + ySize, uvMetaStride, uvMetaRows, uvMetaStride,
+                     uvMetaRows);
+            addPlane(&layout, yMetaSize + ySize + uvMetaSize, stride, chromaRows, stride,
+                     chromaRows);
             layerSize = yMetaSize + ySize + uvMetaSize + uvSize;
             break;
         }
@@ -312,6 +313,44 @@ std::string grallocFormatName(int32_t format) {
 
 size_t grallocLiveBufferCount() {
     return gLiveMappings.load();
+}
+
+size_t packedContentSize(const GrallocLayout& layout) {
+    size_t size = 0;
+    for (const GrallocPlane& plane : layout.planes) {
+        size += static_cast<size_t>(plane.rowBytes) * plane.pixelRows;
+    }
+    return size;
+}
+
+std::vector<uint8_t> readBufferContents(const android::GraphicBuffer& buffer) {
+    const GrallocMapping* mapping = buffer.hostMapping();
+    if (mapping == nullptr) return {};
+    const GrallocLayout& layout = mapping->layout();
+    std::vector<uint8_t> contents(packedContentSize(layout));
+    uint8_t* out = contents.data();
+    for (const GrallocPlane& plane : layout.planes) {
+        const uint8_t* row = mapping->base() + plane.offset;
+        for (uint32_t y = 0; y < plane.pixelRows; y++, row += plane.strideBytes) {
+            memcpy(out, row, plane.rowBytes);
+            out += plane.rowBytes;
+        }
+    }
+    return contents;
+}
+
+bool writeBufferContents(const android::GraphicBuffer& buffer, const void* data, size_t size) {
+    const GrallocMapping* mapping = buffer.hostMapping();
+    if (mapping == nullptr || size != packedContentSize(mapping->layout())) return false;
+    const uint8_t* in = static_cast<const uint8_t*>(data);
+    for (const GrallocPlane& plane : mapping->layout().planes) {
+        uint8_t* row = mapping->base() + plane.offset;
+        for (uint32_t y = 0; y < plane.pixelRows; y++, row += plane.strideBytes) {
+            memcpy(row, in, plane.rowBytes);
+            in += plane.rowBytes;
+        }
+    }
+    return true;
 }
 
 status_t grallocAllocate(int32_t format, uint32_t width, uint32_t height, uint32_t layerCount,

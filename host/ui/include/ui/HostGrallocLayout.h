@@ -26,6 +26,8 @@ struct GrallocPlane {
     size_t offset;         // bytes from the start of the buffer
     uint32_t strideBytes;  // bytes from the start of one row to the next
     uint32_t rows;         // rows allocated (scanlines), at least the rows that hold pixels
+    uint32_t rowBytes;     // bytes of image data at the start of each row
+    uint32_t pixelRows;    // rows that hold image data
 };
 
 struct GrallocLayout {
@@ -69,6 +71,15 @@ bool grallocLayoutOf(const android::GraphicBuffer& buffer, GrallocLayout* out);
 // Every format the gralloc allocates, and a readable name for one (its HAL constant name).
 std::vector<int32_t> grallocFormats();
 std::string grallocFormatName(int32_t format);
+
+// The image data of a buffer without its padding: each plane's pixelRows rows of rowBytes
+// bytes, plane after plane (so NV21 comes out as packed NV21, YV12 as Y, Cr, Cb). Reads and
+// writes the shared memory directly: no lock, no fault point, no call recorded. Read returns an
+// empty vector for a buffer without host gralloc memory; write returns false for such a buffer
+// or a size other than the packed size.
+std::vector<uint8_t> readBufferContents(const android::GraphicBuffer& buffer);
+bool writeBufferContents(const android::GraphicBuffer& buffer, const void* data, size_t size);
+size_t packedContentSize(const GrallocLayout& layout);
 
 // Number of buffers currently mapped in this process; leak checks compare it before and after.
 size_t grallocLiveBufferCount();
