@@ -40,7 +40,10 @@ function(nuvra_add_library target vendor outputDir)
         LIBRARY_OUTPUT_DIRECTORY ${outputDir}
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON)
-    target_link_options(${target} PRIVATE -Wl,--exclude-libs,ALL -Wl,--no-undefined)
+    target_link_options(${target} PRIVATE -Wl,--exclude-libs,ALL -Wl,--no-undefined
+        -Wl,--version-script=${CMAKE_SOURCE_DIR}/surface/libnuvranativeutil.map.txt)
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS
+        ${CMAKE_SOURCE_DIR}/surface/libnuvranativeutil.map.txt)
     target_link_libraries(${target} PRIVATE
         nuvra_kernels
         gui ui camera_client android_runtime properties

@@ -64,6 +64,9 @@ protected:
         config.height = height;
         ts = makeTestSurface(env, config);
         ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
+        // What the producer may hold at once before anything was queued; a frame that is
+        // refused must leave it so.
+        freeBuffers = dequeuableBuffers(ts);
         host::resetFaultsAndCalls();
         host::clearCapturedLogs();
     }
@@ -90,11 +93,12 @@ protected:
         EXPECT_EQ(host::callCount("window.queueBuffer"), 0u);
         BufferItem item;
         EXPECT_NE(ts.consumer->acquireBuffer(&item, 0), android::OK);
-        EXPECT_EQ(dequeuableBuffers(ts), 4);
+        EXPECT_EQ(dequeuableBuffers(ts), freeBuffers);
     }
     void useProfile(const char* name) { ASSERT_TRUE(host::selectDeviceProfile(name)); }
 
     TestSurface ts;
+    int freeBuffers = 0;
 };
 
 // ---- RGBA input ----
@@ -132,17 +136,17 @@ TEST_F(FrameProducerTest, RgbaIntoYv12FillsTheGrallocsPlanes) {
     ASSERT_EQ(produce(rgba, w, h, HAL_PIXEL_FORMAT_RGBA_8888), 0);
     std::optional<Received> r = receive();
     ASSERT_TRUE(r);
-    ASSERT_EQ(r->layout.planes.size(), 3u);
-    const host::GrallocPlane& yp = r->layout.planes[0];
-    const host::GrallocPlane& crp = r->layout.planes[1];
-    const host::GrallocPlane& cbp = r->layout.planes[2];
+    // The planes where the gralloc says they are: Y, then Cr, then Cb, chroma step 1.
+    const host::GrallocLayout& l = r->layout;
+    ASSERT_EQ(l.chromaStep, 1u);
+    ASSERT_LT(l.crOffset, l.cbOffset);
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x) {
             const uint8_t* p = &rgba[(y * w + x) * 4];
-            ASSERT_EQ(r->bytes[yp.offset + y * yp.strideBytes + x], lumaOf(p));
+            ASSERT_EQ(r->bytes[l.yOffset + y * l.yStride + x], lumaOf(p));
             if (x % 2 == 0 && y % 2 == 0) {
-                ASSERT_EQ(r->bytes[crp.offset + (y / 2) * crp.strideBytes + x / 2], crOf(p));
-                ASSERT_EQ(r->bytes[cbp.offset + (y / 2) * cbp.strideBytes + x / 2], cbOf(p));
+                ASSERT_EQ(r->bytes[l.crOffset + (y / 2) * l.cStride + x / 2], crOf(p));
+                ASSERT_EQ(r->bytes[l.cbOffset + (y / 2) * l.cStride + x / 2], cbOf(p));
             }
         }
     }
@@ -159,14 +163,14 @@ TEST_F(FrameProducerTest, RgbaIntoYv12RefusesOddDimensions) {
     expectCancelled();
 }
 
-// A Surface whose buffers report a YV12 stride the gralloc would never give: 648 pixels.
+// A Surface whose buffer reports a YV12 stride the gralloc would never give (648 pixels), as a
+// faulty gralloc could.
 class MisalignedYv12Surface : public android::Surface {
 public:
     MisalignedYv12Surface(const sp<android::IGraphicBufferProducer>& producer,
-                          const sp<GraphicBuffer>& backing)
-        : Surface(producer, true), mBacking(backing) {
-        mBuffer = new GraphicBuffer(backing->handle, GraphicBuffer::CLONE_HANDLE, 640, 480,
-                                    HAL_PIXEL_FORMAT_YV12, 1, backing->getUsage(), 648);
+                          const sp<GraphicBuffer>& buffer)
+        : Surface(producer, true), mBuffer(buffer) {
+        mBuffer->stride = 648;
     }
 
 protected:
@@ -177,7 +181,7 @@ protected:
     }
 
 private:
-    sp<GraphicBuffer> mBacking, mBuffer;
+    sp<GraphicBuffer> mBuffer;
 };
 
 TEST_F(FrameProducerTest, Yv12StrideThatIsNotSixteenPixelAlignedAborts) {
@@ -189,10 +193,10 @@ TEST_F(FrameProducerTest, Yv12StrideThatIsNotSixteenPixelAlignedAborts) {
                 config.width = 640;
                 config.height = 480;
                 TestSurface queue = makeTestSurface(env, config);
-                sp<GraphicBuffer> backing = new GraphicBuffer(
-                        656, 480, HAL_PIXEL_FORMAT_YV12, 1,
+                sp<GraphicBuffer> buffer = new GraphicBuffer(
+                        640, 480, HAL_PIXEL_FORMAT_YV12, 1,
                         GRALLOC_USAGE_SW_WRITE_OFTEN | GRALLOC_USAGE_SW_READ_OFTEN, "test");
-                sp<android::Surface> s = new MisalignedYv12Surface(queue.producer, backing);
+                sp<android::Surface> s = new MisalignedYv12Surface(queue.producer, buffer);
                 jobject javaSurface = android::android_view_Surface_createFromSurface(env, s);
                 std::vector<uint8_t> rgba(640 * 480 * 4);
                 jobject pixels = env->NewDirectByteBuffer(rgba.data(), rgba.size());
@@ -241,7 +245,7 @@ TEST_F(FrameProducerTest, RgbaIntoAnotherRgbFormatWritesNothingAndTheUnlockDecid
 
 TEST_F(FrameProducerTest, Nv21IntoNv21CopiesPlanesWholeOrByRows) {
     for (const char* profile : {"packed-nv21", "phone-nv21"}) {
-        for (int format : {HAL_PIXEL_FORMAT_YCrCb_420_SP, kNv21M}) {
+        for (int format : {static_cast<int>(HAL_PIXEL_FORMAT_YCrCb_420_SP), kNv21M}) {
             SCOPED_TRACE(::testing::Message() << profile << " format " << format);
             useProfile(profile);
             const int w = 30, h = 8;
@@ -265,8 +269,10 @@ TEST_F(FrameProducerTest, Nv21IntoNv21CopiesPlanesWholeOrByRows) {
             for (int y = 0; y < h / 2; ++y) {
                 ASSERT_EQ(memcmp(&r->bytes[chromaStart + y * stride], &nv21[w * h + y * w], w), 0);
             }
+#if defined(NUVRA_TEST_VENDOR_KORB)
             EXPECT_EQ(logged(kSurfaceTag, ANDROID_LOG_VERBOSE, "produceFrame: Stride != Width"),
                       stride != static_cast<size_t>(w));
+#endif
             setLogLevel("");
         }
     }
@@ -290,7 +296,7 @@ TEST_F(FrameProducerTest, Nv21IntoFlexibleYuvGoesToTheCrPointer) {
 }
 
 TEST_F(FrameProducerTest, Nv21IntoRgb565ConvertsEveryPixel) {
-    for (int pixelFormat : {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_YCbCr_420_888}) {
+    for (int pixelFormat : {static_cast<int>(HAL_PIXEL_FORMAT_YCrCb_420_SP), static_cast<int>(HAL_PIXEL_FORMAT_YCbCr_420_888)}) {
         const int w = 34, h = 6;
         makeSurface(HAL_PIXEL_FORMAT_RGB_565, w, h);
         // The 0x23 input is sized as RGBA would be; only its NV21 part is read.
@@ -547,6 +553,7 @@ TEST_F(FrameProducerTest, JavaArgumentsOfTheTwoOperations) {
     jobject wrapped = env->CallStaticObjectMethod(
             byteBuffer, env->GetStaticMethodID(byteBuffer, "wrap", "([B)Ljava/nio/ByteBuffer;"),
             heap);
+    ASSERT_FALSE(env->ExceptionCheck());
     EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, wrapped, 3, 3, 1), 0);
     expectPendingException(env, "java.lang.NullPointerException", "pixels");
     EXPECT_EQ(util()->nativeProduceFrameWithNV21(env, ts.javaSurface, 0, 3, 3), 0);

@@ -72,9 +72,14 @@ TEST_F(JniSupportTest, ExceptionFromThePlatformGlueIsLeftAsItIs) {
     expectOnlyPending("java.lang.IllegalStateException", "injected fault");
 }
 
+// The message string is made before the pending exception: making it while an exception is
+// pending would itself be a JNI misuse.
 TEST_F(JniSupportTest, PendingExceptionIsDiscardedWithItsSummary) {
+    jstring message = env->NewStringUTF("bad 7");
     throwNew("java/lang/IllegalStateException", "m");
-    EXPECT_EQ(jniThrowExceptionFmt(env, "java/lang/IllegalArgumentException", "bad %d", 7), 0);
+    EXPECT_EQ(android::jnihelp::ThrowException(env, "java/lang/IllegalArgumentException",
+                                               "(Ljava/lang/String;)V", message),
+              0);
     expectOnlyPending("java.lang.IllegalArgumentException", "bad 7");
     EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
               std::vector<std::string>{"Discarding pending exception "
@@ -83,8 +88,10 @@ TEST_F(JniSupportTest, PendingExceptionIsDiscardedWithItsSummary) {
 }
 
 TEST_F(JniSupportTest, PendingExceptionWithoutMessageIsSummarisedByItsClass) {
+    jstring message = env->NewStringUTF("pixels");
     throwNew("java/lang/UnsupportedOperationException", nullptr);
-    jniThrowNullPointerException(env, "pixels");
+    android::jnihelp::ThrowException(env, "java/lang/NullPointerException", "(Ljava/lang/String;)V",
+                                     message);
     expectOnlyPending("java.lang.NullPointerException", "pixels");
     EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
               std::vector<std::string>{"Discarding pending exception "

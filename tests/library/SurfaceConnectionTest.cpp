@@ -39,11 +39,12 @@ TEST_F(SurfaceConnectionTest, ConnectsAsCameraProducerWithFourSpareBuffers) {
     EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE),
               (std::vector<std::string>{"nativeConnectSurface",
                                         "connectSurface: Setting buffer count to 6"}));
-    // Six buffers of which the consumer keeps back two: four for the producer.
-    EXPECT_EQ(dequeuableBuffers(ts), 4);
     // CPU-write usage on the buffers, and the camera API holds the connection.
     std::optional<android::BufferItem> item = cycleOneFrame(ts);
     ASSERT_TRUE(item.has_value());
+    // Six buffers of which the consumer keeps back two: four for the producer once a buffer
+    // has been queued (before that, the queue lets the producer take every free slot).
+    EXPECT_EQ(dequeuableBuffers(ts), 4);
     EXPECT_EQ(item->mGraphicBuffer->getUsage() & GRALLOC_USAGE_SW_WRITE_OFTEN,
               uint64_t{GRALLOC_USAGE_SW_WRITE_OFTEN});
     EXPECT_EQ(native_window_api_connect(ts.surface.get(), NATIVE_WINDOW_API_CPU), -22);
@@ -139,18 +140,16 @@ TEST_F(SurfaceConnectionTest, DisconnectOutcomes) {
 TEST_F(SurfaceConnectionTest, DequeueTimeoutReachesTheQueue) {
     TestSurface ts = surfaceKeepingBack(1);
     ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
+    ASSERT_TRUE(cycleOneFrame(ts).has_value());
     EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 2000000), 0);
-    // With every producer buffer out, the next dequeue times out instead of blocking.
-    std::vector<ANativeWindowBuffer*> held;
+    // With every slot queued and none acquired, the next dequeue times out instead of blocking.
+    ANativeWindow* anw = ts.surface.get();
     ANativeWindowBuffer* anb = nullptr;
     int err = 0;
-    while ((err = native_window_dequeue_buffer_and_wait(ts.surface.get(), &anb)) == 0 &&
-           held.size() < 70) {
-        held.push_back(anb);
+    for (int n = 0; n < 70 && (err = native_window_dequeue_buffer_and_wait(anw, &anb)) == 0; ++n) {
+        ASSERT_EQ(anw->queueBuffer(anw, anb, -1), 0);
     }
     EXPECT_EQ(err, -110);
-    EXPECT_EQ(held.size(), 4u);
-    for (ANativeWindowBuffer* b : held) ts.surface->cancelBuffer(ts.surface.get(), b, -1);
 
     host::injectFault("surface.setDequeueTimeout", -19);
     EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 5), -19);
@@ -177,7 +176,8 @@ TEST_F(SurfaceConnectionTest, PrivateSurfaceFeedsTheSameConsumer) {
     EXPECT_NE(s.get(), ts.surface.get());
     ANativeWindowBuffer* anb = nullptr;
     ASSERT_EQ(native_window_dequeue_buffer_and_wait(s.get(), &anb), 0);
-    ASSERT_EQ(s->queueBuffer(s.get(), anb, -1), 0);
+    ANativeWindow* anw = s.get();
+    ASSERT_EQ(anw->queueBuffer(anw, anb, -1), 0);
     android::BufferItem item;
     EXPECT_EQ(ts.consumer->acquireBuffer(&item, 0), android::OK);
     ts.consumer->releaseBuffer(item);
@@ -185,6 +185,7 @@ TEST_F(SurfaceConnectionTest, PrivateSurfaceFeedsTheSameConsumer) {
     s.clear();
     jclass cls = env->GetObjectClass(privateSurface);
     env->CallVoidMethod(privateSurface, env->GetMethodID(cls, "release", "()V"));
+    ASSERT_FALSE(env->ExceptionCheck());
 
     EXPECT_EQ(util()->nativeCreatePrivateSurface(env, nullptr), nullptr);
     expectPendingException(env, "java.lang.NullPointerException", "surface");

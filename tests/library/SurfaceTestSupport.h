@@ -38,7 +38,8 @@ inline int dequeuableBuffers(TestSurface& ts) {
         held.push_back(anb);
         ++count;
     }
-    for (ANativeWindowBuffer* b : held) ts.surface->cancelBuffer(ts.surface.get(), b, -1);
+    ANativeWindow* anw = ts.surface.get();
+    for (ANativeWindowBuffer* b : held) anw->cancelBuffer(anw, b, -1);
     return count;
 }
 
