@@ -61,6 +61,7 @@ struct DemoQueue {
     ~DemoQueue() {
         jclass cls = gEnv->GetObjectClass(javaSurface);
         gEnv->CallVoidMethod(javaSurface, gEnv->GetMethodID(cls, "release", "()V"));
+        if (gEnv->ExceptionCheck()) gEnv->ExceptionClear();
         gEnv->DeleteLocalRef(cls);
         gEnv->DeleteGlobalRef(javaSurface);
         consumer->abandon();
@@ -84,6 +85,10 @@ void printException() {
     jclass cls = gEnv->FindClass("java/lang/Throwable");
     jstring text = static_cast<jstring>(
             gEnv->CallObjectMethod(e, gEnv->GetMethodID(cls, "toString", "()Ljava/lang/String;")));
+    if (gEnv->ExceptionCheck() || text == nullptr) {
+        gEnv->ExceptionClear();
+        return;
+    }
     const char* chars = gEnv->GetStringUTFChars(text, nullptr);
     printf("      Java exception pending: %s\n", chars);
     gEnv->ReleaseStringUTFChars(text, chars);
@@ -119,7 +124,8 @@ void printQueueState(DemoQueue& q) {
 void printQueuedBuffer(DemoQueue& q) {
     ANativeWindowBuffer* anb = nullptr;
     if (native_window_dequeue_buffer_and_wait(q.surface.get(), &anb) != 0) return;
-    q.surface->queueBuffer(q.surface.get(), anb, -1);
+    ANativeWindow* anw = q.surface.get();
+    anw->queueBuffer(anw, anb, -1);
     BufferItem item;
     if (q.consumer->acquireBuffer(&item, 0) != android::OK) return;
     const sp<GraphicBuffer>& gb = item.mGraphicBuffer;
