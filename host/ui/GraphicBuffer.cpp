@@ -111,6 +111,7 @@ status_t GraphicBuffer::initCheck() const {
 
 status_t GraphicBuffer::reallocate(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
                                    uint32_t inLayerCount, uint64_t inUsage) {
+    if (int32_t fault = host::checkpoint("buffer.reallocate")) return fault;
     if (mOwner != ownData) return INVALID_OPERATION;
 
     if (handle != nullptr && static_cast<int>(inWidth) == width &&
@@ -137,7 +138,9 @@ bool GraphicBuffer::needsReallocation(uint32_t inWidth, uint32_t inHeight, Pixel
 status_t GraphicBuffer::initWithSize(uint32_t inWidth, uint32_t inHeight, PixelFormat inFormat,
                                      uint32_t inLayerCount, uint64_t inUsage,
                                      std::string requestorName) {
-    if (int32_t fault = host::checkpoint("buffer.allocate")) return fault;
+    // Allocation happens inside other calls (construction, reallocate, a queue's dequeue), so
+    // its fault point is consulted without recording a call of its own.
+    if (int32_t fault = host::takeFault("buffer.allocate")) return fault;
 
     native_handle_t* newHandle = nullptr;
     uint32_t outStride = 0;

@@ -259,6 +259,16 @@ TEST_F(GraphicBufferTest, ReallocateReplacesTheBufferOnlyWhenItMust) {
     EXPECT_EQ(android::INVALID_OPERATION,
               wrapper->reallocate(32, 16, HAL_PIXEL_FORMAT_RGBA_8888, 1, kCpuUsage));
 
+    host::injectFault("buffer.allocate", android::NO_MEMORY);
+    EXPECT_EQ(android::NO_MEMORY,
+              buffer->reallocate(64, 64, HAL_PIXEL_FORMAT_RGBA_8888, 1, kCpuUsage));
+    EXPECT_EQ(nullptr, buffer->handle);
+    host::injectFault("buffer.reallocate", android::BAD_VALUE);
+    EXPECT_EQ(android::BAD_VALUE,
+              buffer->reallocate(64, 64, HAL_PIXEL_FORMAT_RGBA_8888, 1, kCpuUsage));
+    EXPECT_EQ(android::OK, buffer->reallocate(64, 64, HAL_PIXEL_FORMAT_RGBA_8888, 1, kCpuUsage));
+    EXPECT_EQ(7u, host::callCount("buffer.reallocate"));
+
     EXPECT_FALSE(owner->needsReallocation(64, 16, HAL_PIXEL_FORMAT_RGBA_8888, 1,
                                           GRALLOC_USAGE_SW_READ_OFTEN));
     EXPECT_TRUE(owner->needsReallocation(64, 16, HAL_PIXEL_FORMAT_RGBA_8888, 1,

@@ -14,7 +14,10 @@
  *    on failure too. unlockAsync() returns -1: CPU access ends synchronously.
  *
  * Fault points (host::checkpoint):
- *   buffer.allocate         allocation (the constructor's initCheck, reallocate) fails
+ *   buffer.allocate         allocation fails with the armed status (in the constructor, then
+ *                           initCheck() reports it; in reallocate; in a queue's dequeue). Not
+ *                           a call of its own: consulted without being recorded.
+ *   buffer.reallocate       reallocate() fails with the armed status before doing anything
  *   buffer.lock, buffer.lockYCbCr, buffer.lockAsync, buffer.lockAsyncYCbCr,
  *   buffer.unlock, buffer.unlockAsync
  *                           the call fails with the armed status
