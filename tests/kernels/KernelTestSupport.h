@@ -10,11 +10,21 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "surface/kernels/PixelKernels.h"
+
+namespace nuvra::kernels {
+
+// Parameterised test names and failure messages show the variant by name.
+inline void PrintTo(KernelVariant v, std::ostream* os) {
+    *os << variantName(v);
+}
+
+}  // namespace nuvra::kernels
 
 namespace nuvra::kernels::test {
 
