@@ -1,0 +1,183 @@
+// The in-process JVM: which VM runs, how it was started, threads, and the -Xcheck:jni detector.
+
+#include <android_runtime/AndroidRuntime.h>
+#include <hostjvm/Jvm.h>
+#include <testsupport/JniTest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <thread>
+
+namespace {
+
+using nuvra::test::JniTest;
+using nuvra::test::toStdString;
+
+std::string systemProperty(JNIEnv* env, const char* name) {
+    jclass system = env->FindClass("java/lang/System");
+    jmethodID getProperty =
+            env->GetStaticMethodID(system, "getProperty", "(Ljava/lang/String;)Ljava/lang/String;");
+    jstring key = env->NewStringUTF(name);
+    auto value = static_cast<jstring>(env->CallStaticObjectMethod(system, getProperty, key));
+    EXPECT_FALSE(env->ExceptionCheck());
+    std::string text = toStdString(env, value).value_or("<null>");
+    env->DeleteLocalRef(value);
+    env->DeleteLocalRef(key);
+    env->DeleteLocalRef(system);
+    return text;
+}
+
+bool printed(const std::string& fragment) {
+    std::vector<std::string> lines = host::jvmWarnings();
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+        return line.find(fragment) != std::string::npos;
+    });
+}
+
+class JvmHarnessTest : public JniTest {};
+
+TEST_F(JvmHarnessTest, RunsOpenJdk17WithCheckedJniAndThePlatformJar) {
+    EXPECT_EQ(systemProperty(env, "java.specification.version"), "17");
+    EXPECT_EQ(systemProperty(env, "java.class.path").rfind(host::platformJarPath(), 0), 0u);
+
+    std::vector<std::string> options = host::jvmOptionStrings();
+    EXPECT_NE(std::find(options.begin(), options.end(), "-Xcheck:jni"), options.end());
+
+    // The platform's classes load from the jar and their natives are registered: a native
+    // method without a registration would throw UnsatisfiedLinkError when called.
+    jclass surface = env->FindClass("android/view/Surface");
+    ASSERT_NE(surface, nullptr);
+    jmethodID nativeIsValid = env->GetStaticMethodID(surface, "nativeIsValid", "(J)Z");
+    ASSERT_NE(nativeIsValid, nullptr);
+    EXPECT_FALSE(env->CallStaticBooleanMethod(surface, nativeIsValid, jlong{0}));
+    EXPECT_FALSE(env->ExceptionCheck());
+}
+
+TEST_F(JvmHarnessTest, OneVmForTheProcessAndAnEnvPerThread) {
+    JavaVM* vm = host::javaVm();
+    ASSERT_NE(vm, nullptr);
+    EXPECT_EQ(host::startJvm(), env);  // started already: the same thread's env
+    EXPECT_EQ(android::AndroidRuntime::getJavaVM(), vm);
+    EXPECT_EQ(android::AndroidRuntime::getJNIEnv(), env);
+
+    JNIEnv* threadEnv = nullptr;
+    bool attachedBefore = true;
+    bool foundClass = false;
+    std::thread worker([&] {
+        attachedBefore = android::AndroidRuntime::getJNIEnv() != nullptr;
+        threadEnv = host::jniEnv();
+        // An attached native thread sees the application class path.
+        jclass surface = threadEnv->FindClass("android/view/Surface");
+        foundClass = surface != nullptr;
+        threadEnv->DeleteLocalRef(surface);
+        EXPECT_EQ(host::jniEnv(), threadEnv);  // attached once
+    });
+    worker.join();
+    EXPECT_FALSE(attachedBefore);
+    EXPECT_NE(threadEnv, nullptr);
+    EXPECT_NE(threadEnv, env);
+    EXPECT_TRUE(foundClass);
+}
+
+// The detector that fails every test on a JVM report must itself see JNI misuse. These cases
+// provoke two reports of -Xcheck:jni on purpose, check that they were captured, then clear them.
+TEST_F(JvmHarnessTest, CheckedJniReportsAnUncheckedException) {
+    host::clearJvmWarnings();
+    jclass string = env->FindClass("java/lang/String");
+    jmethodID length = env->GetMethodID(string, "length", "()I");
+    jstring text = env->NewStringUTF("abc");
+    EXPECT_EQ(env->CallIntMethod(text, length), 3);
+    // Misuse: a call that may throw must be followed by an exception check before another
+    // JNI call.
+    jclass again = env->GetObjectClass(text);
+    EXPECT_TRUE(printed("WARNING in native method: JNI call made without checking exceptions"))
+            << "the JVM's report was not captured";
+    host::clearJvmWarnings();
+    env->DeleteLocalRef(again);
+    env->DeleteLocalRef(text);
+    env->DeleteLocalRef(string);
+}
+
+TEST_F(JvmHarnessTest, CheckedJniReportsLocalReferencesBeyondTheFrameCapacity) {
+    host::clearJvmWarnings();
+    // HotSpot warns beyond the frame's capacity plus 32.
+    nuvra::test::LocalFrame frame(env, 16);
+    for (int i = 0; i < 100; ++i) env->NewStringUTF("local");  // misuse: never released
+    EXPECT_TRUE(printed("exceeds capacity")) << "the JVM's report was not captured";
+    host::clearJvmWarnings();
+}
+
+TEST_F(JvmHarnessTest, CorrectUseReportsNothing) {
+    nuvra::test::LocalFrame frame(env, 16);
+    for (int i = 0; i < 100; ++i) {
+        jstring local = env->NewStringUTF("local");
+        env->DeleteLocalRef(local);
+    }
+    jclass string = env->FindClass("java/lang/String");
+    jmethodID length = env->GetMethodID(string, "length", "()I");
+    jstring text = env->NewStringUTF("abcd");
+    EXPECT_EQ(env->CallIntMethod(text, length), 4);
+    EXPECT_FALSE(env->ExceptionCheck());
+    EXPECT_TRUE(host::jvmWarnings().empty());
+}
+
+TEST_F(JvmHarnessTest, PendingExceptionsAreTakenWithClassAndMessage) {
+    jclass illegalState = env->FindClass("java/lang/IllegalStateException");
+    env->ThrowNew(illegalState, "m");
+    std::optional<nuvra::test::JavaException> taken = nuvra::test::takePendingException(env);
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(taken->className, "java.lang.IllegalStateException");
+    EXPECT_EQ(taken->message, "m");
+    EXPECT_FALSE(env->ExceptionCheck());
+
+    jclass npe = env->FindClass("java/lang/NullPointerException");
+    jmethodID ctor = env->GetMethodID(npe, "<init>", "(Ljava/lang/String;)V");
+    env->Throw(static_cast<jthrowable>(env->NewObject(npe, ctor, nullptr)));
+    taken = nuvra::test::takePendingException(env);
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(nuvra::test::describe(*taken), "java.lang.NullPointerException");
+    EXPECT_FALSE(taken->message.has_value());
+
+    EXPECT_FALSE(nuvra::test::takePendingException(env));
+}
+
+// Tests that must fail: the self-check below runs them in a child process. They are disabled so
+// that a normal run skips them.
+TEST_F(JvmHarnessTest, DISABLED_FailsOnJvmReport) {
+    jclass string = env->FindClass("java/lang/String");
+    jmethodID length = env->GetMethodID(string, "length", "()I");
+    jstring text = env->NewStringUTF("abc");
+    env->CallIntMethod(text, length);
+    env->DeleteLocalRef(env->GetObjectClass(text));  // unchecked exception: reported
+}
+
+TEST_F(JvmHarnessTest, DISABLED_FailsOnPendingException) {
+    env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), "left behind");
+}
+
+TEST(JvmHarnessSelfCheck, TheDetectorsFailTheTestsThatMisuseJni) {
+    std::string command = "/proc/" + std::to_string(getpid()) +
+                          "/exe --gtest_also_run_disabled_tests --gtest_color=no"
+                          " --gtest_filter='JvmHarnessTest.DISABLED_FailsOn*' 2>&1";
+    FILE* child = popen(command.c_str(), "r");
+    ASSERT_NE(child, nullptr);
+    std::string output;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), child)) > 0;) output.append(buffer, n);
+    int status = pclose(child);
+    EXPECT_NE(status, 0) << output;
+    EXPECT_NE(output.find("[  FAILED  ] JvmHarnessTest.DISABLED_FailsOnJvmReport"),
+              std::string::npos)
+            << output;
+    EXPECT_NE(output.find("the JVM printed during the test"), std::string::npos) << output;
+    EXPECT_NE(output.find("[  FAILED  ] JvmHarnessTest.DISABLED_FailsOnPendingException"),
+              std::string::npos)
+            << output;
+    EXPECT_NE(output.find("pending Java exception: java.lang.IllegalStateException: left behind"),
+              std::string::npos)
+            << output;
+}
+
+}  // namespace

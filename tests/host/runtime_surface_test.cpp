@@ -1,0 +1,206 @@
+// The Surface JNI glue of libandroid_runtime through the real JVM.
+
+#include <android_runtime/android_view_Surface.h>
+#include <gui/BufferItem.h>
+#include <hostcontrol/FaultInjection.h>
+#include <testsupport/JniTest.h>
+#include <testsupport/TestSurface.h>
+#include <ui/GraphicBuffer.h>
+
+#include <cstring>
+
+namespace {
+
+using android::BufferItem;
+using android::GraphicBuffer;
+using android::OK;
+using android::sp;
+using android::Surface;
+using android::wp;
+using nuvra::test::JavaException;
+using nuvra::test::JniTest;
+using nuvra::test::makeTestSurface;
+using nuvra::test::takePendingException;
+using nuvra::test::TestSurface;
+
+class SurfaceGlueTest : public JniTest {
+protected:
+    jobject newEmptyJavaSurface() {
+        jclass clazz = env->FindClass("android/view/Surface");
+        jmethodID ctor = env->GetMethodID(clazz, "<init>", "()V");
+        jobject surface = env->NewObject(clazz, ctor);
+        env->DeleteLocalRef(clazz);
+        return surface;
+    }
+
+    void expectNoPendingException() {
+        std::optional<JavaException> pending = takePendingException(env);
+        EXPECT_FALSE(pending) << describe(*pending);
+    }
+};
+
+TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindow) {
+    TestSurface ts = makeTestSurface(env);
+    ASSERT_NE(ts.javaSurface, nullptr);
+
+    sp<Surface> surface = android::android_view_Surface_getSurface(env, ts.javaSurface);
+    expectNoPendingException();
+    ASSERT_NE(surface, nullptr);
+    EXPECT_EQ(surface->getIGraphicBufferProducer(), ts.producer);
+
+    sp<ANativeWindow> window = android::android_view_Surface_getNativeWindow(env, ts.javaSurface);
+    expectNoPendingException();
+    EXPECT_EQ(window.get(), static_cast<ANativeWindow*>(surface.get()));
+
+    EXPECT_TRUE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
+    EXPECT_TRUE(android::android_view_Surface_isInstanceOf(env, ts.javaSurface));
+    jstring notASurface = env->NewStringUTF("surface");
+    EXPECT_FALSE(android::android_view_Surface_isInstanceOf(env, notASurface));
+}
+
+TEST_F(SurfaceGlueTest, TheJavaSurfaceOwnsAStrongReferenceUntilReleased) {
+    TestSurface ts = makeTestSurface(env);
+    wp<Surface> weak = ts.surface;
+    ts.surface.clear();
+    // Only the Java object holds the native Surface now.
+    EXPECT_NE(weak.promote(), nullptr);
+
+    ts.releaseJavaSurface();
+    EXPECT_EQ(weak.promote(), nullptr);
+    EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
+    ts.releaseJavaSurface();  // a second release does nothing
+}
+
+TEST_F(SurfaceGlueTest, ASurfaceWithoutNativeObjectYieldsNullWithoutException) {
+    TestSurface ts = makeTestSurface(env);
+    ts.releaseJavaSurface();
+    EXPECT_EQ(android::android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
+    EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
+    expectNoPendingException();
+
+    jobject empty = newEmptyJavaSurface();
+    ASSERT_NE(empty, nullptr);
+    EXPECT_EQ(android::android_view_Surface_getSurface(env, empty), nullptr);
+    EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, empty), nullptr);
+    expectNoPendingException();
+    EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, empty));
+}
+
+TEST_F(SurfaceGlueTest, ANullSurfaceObjectAborts) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(android::android_view_Surface_getSurface(env, nullptr), "null Surface object");
+    EXPECT_DEATH(android::android_view_Surface_getNativeWindow(env, nullptr),
+                 "null Surface object");
+}
+
+TEST_F(SurfaceGlueTest, AnArmedFaultThrowsFromTheGlue) {
+    TestSurface ts = makeTestSurface(env);
+    host::clearRecordedCalls();
+
+    host::injectFault("jni.android_view_Surface_getSurface", -1);
+    EXPECT_EQ(android::android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
+    std::optional<JavaException> thrown = takePendingException(env);
+    ASSERT_TRUE(thrown);
+    EXPECT_EQ(thrown->className, "java.lang.IllegalStateException");
+    EXPECT_EQ(thrown->message, "injected fault");
+
+    host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
+    EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
+    thrown = takePendingException(env);
+    ASSERT_TRUE(thrown);
+    EXPECT_EQ(describe(*thrown), "java.lang.IllegalStateException: injected fault");
+
+    // Each getter records its own point only, once per call.
+    EXPECT_EQ(host::recordedCalls(),
+              (std::vector<std::string>{"jni.android_view_Surface_getSurface",
+                                        "jni.android_view_Surface_getNativeWindow"}));
+    // The faults were armed once: the glue works again.
+    EXPECT_NE(android::android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
+    expectNoPendingException();
+}
+
+TEST_F(SurfaceGlueTest, ANullProducerYieldsNullWithoutTouchingTheVm) {
+    // A null JNIEnv proves that the VM is not used at all.
+    EXPECT_EQ(android::android_view_Surface_createFromIGraphicBufferProducer(nullptr, nullptr),
+              nullptr);
+    EXPECT_EQ(android::android_view_Surface_createFromIGraphicBufferProducer(env, nullptr),
+              nullptr);
+    expectNoPendingException();
+}
+
+// Dequeues one buffer from `window`, fills it with `value`, and queues it with `timestamp`.
+void produceFrame(ANativeWindow* window, uint8_t value, int64_t timestamp) {
+    ASSERT_EQ(native_window_set_buffers_timestamp(window, timestamp), OK);
+    ANativeWindowBuffer* buffer = nullptr;
+    int fenceFd = -1;
+    ASSERT_EQ(window->dequeueBuffer(window, &buffer, &fenceFd), OK);
+    if (fenceFd >= 0) close(fenceFd);
+    sp<GraphicBuffer> graphicBuffer = GraphicBuffer::from(buffer);
+    void* pixels = nullptr;
+    ASSERT_EQ(graphicBuffer->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &pixels), OK);
+    memset(pixels, value, graphicBuffer->getStride() * graphicBuffer->getHeight() * 4);
+    ASSERT_EQ(graphicBuffer->unlock(), OK);
+    ASSERT_EQ(window->queueBuffer(window, buffer, -1), OK);
+}
+
+TEST_F(SurfaceGlueTest, ASurfaceMadeFromAProducerFeedsTheSameQueue) {
+    TestSurface ts = makeTestSurface(env);
+    jobject second =
+            android::android_view_Surface_createFromIGraphicBufferProducer(env, ts.producer);
+    ASSERT_NE(second, nullptr);
+    EXPECT_FALSE(env->IsSameObject(second, ts.javaSurface));
+    sp<Surface> secondSurface = android::android_view_Surface_getSurface(env, second);
+    ASSERT_NE(secondSurface, nullptr);
+    EXPECT_NE(secondSurface, ts.surface);
+    EXPECT_EQ(secondSurface->getIGraphicBufferProducer(), ts.producer);
+
+    // A frame produced through the second Surface reaches the first one's consumer.
+    ANativeWindow* window = secondSurface.get();
+    ASSERT_EQ(native_window_api_connect(window, NATIVE_WINDOW_API_CPU), OK);
+    ASSERT_EQ(native_window_set_usage(window, GRALLOC_USAGE_SW_WRITE_OFTEN), OK);
+    produceFrame(window, 0x5A, 123456789);
+
+    BufferItem item;
+    ASSERT_EQ(ts.consumer->acquireBuffer(&item, 0), OK);
+    EXPECT_EQ(item.mTimestamp, 123456789);
+    ASSERT_NE(item.mGraphicBuffer, nullptr);
+    EXPECT_EQ(item.mGraphicBuffer->getWidth(), 64u);
+    void* pixels = nullptr;
+    ASSERT_EQ(item.mGraphicBuffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &pixels), OK);
+    EXPECT_EQ(static_cast<uint8_t*>(pixels)[0], 0x5A);
+    EXPECT_EQ(static_cast<uint8_t*>(pixels)[4 * 64 * 48 - 1], 0x5A);
+    ASSERT_EQ(item.mGraphicBuffer->unlock(), OK);
+    EXPECT_EQ(ts.consumer->releaseBuffer(item), OK);
+    EXPECT_EQ(native_window_api_disconnect(window, NATIVE_WINDOW_API_CPU), OK);
+
+    // Releasing the second Java Surface leaves the first one working.
+    jclass clazz = env->GetObjectClass(second);
+    env->CallVoidMethod(second, env->GetMethodID(clazz, "release", "()V"));
+    expectNoPendingException();
+    secondSurface.clear();
+    EXPECT_TRUE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
+}
+
+TEST_F(SurfaceGlueTest, AnUnreleasedJavaSurfaceDropsItsNativeSurfaceWhenCollected) {
+    wp<Surface> weak;
+    {
+        TestSurface ts = makeTestSurface(env);
+        weak = ts.surface;
+        ts.surface.clear();
+        // Forget the Java object without releasing it, as an app that leaks a Surface does.
+        env->DeleteGlobalRef(ts.javaSurface);
+        ts.javaSurface = nullptr;
+    }
+    jclass system = env->FindClass("java/lang/System");
+    jmethodID gc = env->GetStaticMethodID(system, "gc", "()V");
+    jmethodID runFinalization = env->GetStaticMethodID(system, "runFinalization", "()V");
+    for (int attempt = 0; attempt < 20 && weak.promote() != nullptr; ++attempt) {
+        env->CallStaticVoidMethod(system, gc);
+        expectNoPendingException();
+        env->CallStaticVoidMethod(system, runFinalization);
+        expectNoPendingException();
+    }
+    EXPECT_EQ(weak.promote(), nullptr) << "the finalizer did not release the native Surface";
+}
+
+}  // namespace

@@ -1,0 +1,107 @@
+// Buffer queues behind Java Surfaces for tests.
+
+#include <android_runtime/android_view_Surface.h>
+#include <gtest/gtest.h>
+#include <gui/BufferQueue.h>
+#include <hostjvm/Jvm.h>
+#include <testsupport/TestSurface.h>
+
+#include <utility>
+
+namespace nuvra::test {
+
+using android::BufferItemConsumer;
+using android::BufferQueue;
+using android::OK;
+using android::sp;
+
+namespace {
+
+void callVoidMethod(JNIEnv* env, jobject object, const char* name) {
+    jclass clazz = env->GetObjectClass(object);
+    jmethodID method = env->GetMethodID(clazz, name, "()V");
+    env->CallVoidMethod(object, method);
+    if (env->ExceptionCheck()) {
+        env->ExceptionDescribe();
+        env->ExceptionClear();
+        ADD_FAILURE() << "Surface." << name << "() threw";
+    }
+    env->DeleteLocalRef(clazz);
+}
+
+}  // namespace
+
+TestSurface::TestSurface(TestSurface&& other) noexcept {
+    *this = std::move(other);
+}
+
+TestSurface& TestSurface::operator=(TestSurface&& other) noexcept {
+    if (this != &other) {
+        reset();
+        javaSurface = std::exchange(other.javaSurface, nullptr);
+        surface = std::move(other.surface);
+        producer = std::move(other.producer);
+        consumerInterface = std::move(other.consumerInterface);
+        consumer = std::move(other.consumer);
+    }
+    return *this;
+}
+
+TestSurface::~TestSurface() {
+    reset();
+}
+
+void TestSurface::reset() {
+    if (javaSurface != nullptr) {
+        releaseJavaSurface();
+        host::jniEnv()->DeleteGlobalRef(javaSurface);
+        javaSurface = nullptr;
+    }
+    surface.clear();
+    producer.clear();
+    consumer.clear();
+    consumerInterface.clear();
+}
+
+void TestSurface::releaseJavaSurface() {
+    if (javaSurface != nullptr) callVoidMethod(host::jniEnv(), javaSurface, "release");
+}
+
+TestSurface makeTestSurface(JNIEnv* env, const TestSurfaceConfig& config) {
+    TestSurface ts;
+    BufferQueue::createBufferQueue(&ts.producer, &ts.consumerInterface);
+    ts.consumer =
+            new BufferItemConsumer(ts.consumerInterface, config.consumerUsage, config.maxAcquired);
+    if (ts.consumer->setDefaultBufferSize(config.width, config.height) != OK ||
+        ts.consumer->setDefaultBufferFormat(config.format) != OK ||
+        ts.consumer->setDefaultBufferDataSpace(config.dataspace) != OK) {
+        ADD_FAILURE() << "cannot configure the consumer of a " << config.width << "x"
+                      << config.height << " queue of format " << config.format;
+        return TestSurface();
+    }
+    jobject local =
+            android::android_view_Surface_createFromIGraphicBufferProducer(env, ts.producer);
+    if (local == nullptr) {
+        ADD_FAILURE() << "android_view_Surface_createFromIGraphicBufferProducer returned null";
+        return TestSurface();
+    }
+    ts.javaSurface = env->NewGlobalRef(local);
+    env->DeleteLocalRef(local);
+    ts.surface = android::android_view_Surface_getSurface(env, ts.javaSurface);
+    return ts;
+}
+
+bool isValidJavaSurface(JNIEnv* env, jobject javaSurface) {
+    jclass clazz = env->GetObjectClass(javaSurface);
+    jmethodID isValid = env->GetMethodID(clazz, "isValid", "()Z");
+    bool valid = env->CallBooleanMethod(javaSurface, isValid);
+    if (env->ExceptionCheck()) {
+        env->ExceptionClear();
+        ADD_FAILURE() << "Surface.isValid() threw";
+        valid = false;
+    }
+    env->DeleteLocalRef(clazz);
+    return valid;
+}
+
+}  // namespace nuvra::test

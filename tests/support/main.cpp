@@ -1,0 +1,72 @@
+// main() of the test binaries that run against the JVM: starts it once with -Xcheck:jni and
+// fails every test during which it printed anything.
+
+#include <hostcontrol/LogCapture.h>
+#include <hostjvm/Jvm.h>
+#include <testsupport/JniTest.h>
+
+namespace {
+
+std::string joinLines(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) text += "\n  " + line;
+    return text;
+}
+
+class JvmEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        host::setLogEcho(false);
+        host::JvmOptions options;
+        options.checkJni = true;
+        host::startJvm(options);
+        std::vector<std::string> printed = host::jvmWarnings();
+        host::clearJvmWarnings();
+        if (!printed.empty())
+            ADD_FAILURE() << "the JVM printed while starting:" << joinLines(printed);
+    }
+};
+
+// Fails the test that just ended when the JVM printed during it. OnTestEnd runs before the
+// result printer's (end events go to listeners in reverse order), so the failure is reported
+// with the test.
+class JvmWarningListener : public ::testing::EmptyTestEventListener {
+public:
+    void OnTestEnd(const ::testing::TestInfo& /*info*/) override {
+        std::vector<std::string> printed = host::jvmWarnings();
+        host::clearJvmWarnings();
+        if (!printed.empty())
+            ADD_FAILURE() << "the JVM printed during the test:" << joinLines(printed);
+    }
+};
+
+}  // namespace
+
+// Sanitizer settings for running against the JVM, built in so that a test binary run by hand
+// behaves as under ctest (which sets the same ASAN_OPTIONS). The JVM takes SIGSEGV over from
+// AddressSanitizer for its own purposes (implicit null checks, stack guard pages, safepoint
+// polls) and hands the faults that are not its own on to AddressSanitizer's handler, which then
+// reports them as usual. The JVM and the JDK's native libraries keep allocations that only the
+// Java heap or generated code reference, which the leak checker cannot see: those are not leaks
+// of the code under test.
+extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options() {
+    return NUVRA_JVM_ASAN_OPTIONS;
+}
+
+extern "C" __attribute__((visibility("default"), used)) const char* __lsan_default_suppressions() {
+    return "leak:libjvm.so\n"
+           "leak:/usr/lib/jvm/*\n"
+           "leak:libz.so.1\n";
+}
+
+// The suppressions are expected; listing them after every run is noise.
+extern "C" __attribute__((visibility("default"), used)) const char* __lsan_default_options() {
+    return "print_suppressions=0";
+}
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    ::testing::AddGlobalTestEnvironment(new JvmEnvironment);
+    ::testing::UnitTest::GetInstance()->listeners().Append(new JvmWarningListener);
+    return RUN_ALL_TESTS();
+}
