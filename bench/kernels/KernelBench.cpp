@@ -5,7 +5,9 @@
 #include <libyuv.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -21,8 +23,26 @@ struct FrameSize {
 };
 constexpr FrameSize kSizes[] = {{1920, 1080}, {4032, 3024}};
 
-std::vector<uint8_t> randomBytes(size_t n) {
-    std::vector<uint8_t> v(n);
+// Frames start on page boundaries, as gralloc buffers do.
+template <typename T>
+struct PageAligned {
+    using value_type = T;
+    PageAligned() = default;
+    template <typename U>
+    PageAligned(const PageAligned<U>&) {}
+    T* allocate(size_t n) {
+        void* p = aligned_alloc(4096, (n * sizeof(T) + 4095) / 4096 * 4096);
+        if (p == nullptr) throw std::bad_alloc();
+        return static_cast<T*>(p);
+    }
+    void deallocate(T* p, size_t) { free(p); }
+    bool operator==(const PageAligned&) const { return true; }
+    bool operator!=(const PageAligned&) const { return false; }
+};
+using Bytes = std::vector<uint8_t, PageAligned<uint8_t>>;
+
+Bytes randomBytes(size_t n) {
+    Bytes v(n);
     std::mt19937 rng(42);
     for (auto& b : v) b = static_cast<uint8_t>(rng());
     return v;
@@ -37,8 +57,8 @@ void setCounters(benchmark::State& state, const FrameSize& s, size_t sourceBytes
 
 void rgbaToNv21(benchmark::State& state, KernelVariant v, FrameSize s) {
     const size_t w = s.w, h = s.h;
-    const std::vector<uint8_t> rgba = randomBytes(w * h * 4);
-    std::vector<uint8_t> out(w * h * 3 / 2);
+    const Bytes rgba = randomBytes(w * h * 4);
+    Bytes out(w * h * 3 / 2);
     for (auto _ : state) {
         uint8_t* vu = out.data() + w * h;
         nuvra::kernels::rgbaToYuv420(v, rgba.data(), w, h, out.data(), vu, vu + 1, 2, w, w);
@@ -51,8 +71,8 @@ void rgbaToNv21(benchmark::State& state, KernelVariant v, FrameSize s) {
 // libyuv's "ABGR" is R, G, B, A in memory, as our RGBA. Its arithmetic differs (BT.601 limited
 // range, 2x2 averaged chroma); the work is of the same kind.
 void libyuvAbgrToNv21(benchmark::State& state, FrameSize s) {
-    const std::vector<uint8_t> rgba = randomBytes(size_t(s.w) * s.h * 4);
-    std::vector<uint8_t> out(size_t(s.w) * s.h * 3 / 2);
+    const Bytes rgba = randomBytes(size_t(s.w) * s.h * 4);
+    Bytes out(size_t(s.w) * s.h * 3 / 2);
     for (auto _ : state) {
         libyuv::ABGRToNV21(rgba.data(), s.w * 4, out.data(), s.w, out.data() + s.w * s.h, s.w, s.w,
                            s.h);
@@ -65,8 +85,8 @@ void libyuvAbgrToNv21(benchmark::State& state, FrameSize s) {
 // NV21 to RGB565 ---------------------------------------------------------------------------------
 
 void nv21ToRgb565(benchmark::State& state, KernelVariant v, FrameSize s) {
-    const std::vector<uint8_t> nv21 = randomBytes(size_t(s.w) * s.h * 3 / 2);
-    std::vector<uint8_t> out(size_t(s.w) * s.h * 2);
+    const Bytes nv21 = randomBytes(size_t(s.w) * s.h * 3 / 2);
+    Bytes out(size_t(s.w) * s.h * 2);
     for (auto _ : state) {
         nuvra::kernels::nv21ToRgb565(v, nv21.data(), s.w, s.h, out.data());
         benchmark::DoNotOptimize(out.data());
@@ -77,8 +97,8 @@ void nv21ToRgb565(benchmark::State& state, KernelVariant v, FrameSize s) {
 
 // libyuv has no NV21ToRGB565; NV12ToRGB565 is the same work with the other chroma order.
 void libyuvNv12ToRgb565(benchmark::State& state, FrameSize s) {
-    const std::vector<uint8_t> nv12 = randomBytes(size_t(s.w) * s.h * 3 / 2);
-    std::vector<uint8_t> out(size_t(s.w) * s.h * 2);
+    const Bytes nv12 = randomBytes(size_t(s.w) * s.h * 3 / 2);
+    Bytes out(size_t(s.w) * s.h * 2);
     for (auto _ : state) {
         libyuv::NV12ToRGB565(nv12.data(), s.w, nv12.data() + s.w * s.h, s.w, out.data(), s.w * 2,
                              s.w, s.h);
@@ -93,8 +113,8 @@ void libyuvNv12ToRgb565(benchmark::State& state, FrameSize s) {
 // The NV21 into NV21 path: the whole frame as one plane.
 void copyNv21Frame(benchmark::State& state, FrameSize s) {
     const size_t bytes = size_t(s.w) * s.h * 3 / 2;
-    const std::vector<uint8_t> src = randomBytes(bytes);
-    std::vector<uint8_t> dst(bytes);
+    const Bytes src = randomBytes(bytes);
+    Bytes dst(bytes);
     for (auto _ : state) {
         nuvra::kernels::copyPlane(dst.data(), s.w, src.data(), s.w, s.w, size_t(s.h) * 3 / 2);
         benchmark::DoNotOptimize(dst.data());
@@ -104,8 +124,8 @@ void copyNv21Frame(benchmark::State& state, FrameSize s) {
 }
 
 void memcpyBytes(benchmark::State& state, FrameSize s, size_t bytes) {
-    const std::vector<uint8_t> src = randomBytes(bytes);
-    std::vector<uint8_t> dst(bytes);
+    const Bytes src = randomBytes(bytes);
+    Bytes dst(bytes);
     for (auto _ : state) {
         memcpy(dst.data(), src.data(), bytes);
         benchmark::DoNotOptimize(dst.data());
@@ -117,8 +137,8 @@ void memcpyBytes(benchmark::State& state, FrameSize s, size_t bytes) {
 // The Venus NV12 chroma: w * h / 2 bytes with every pair swapped.
 void swapChroma(benchmark::State& state, KernelVariant v, FrameSize s) {
     const size_t bytes = size_t(s.w) * s.h / 2;
-    const std::vector<uint8_t> src = randomBytes(bytes);
-    std::vector<uint8_t> dst(bytes);
+    const Bytes src = randomBytes(bytes);
+    Bytes dst(bytes);
     for (auto _ : state) {
         nuvra::kernels::copySwapChromaPairs(v, dst.data(), src.data(), bytes);
         benchmark::DoNotOptimize(dst.data());
@@ -129,8 +149,8 @@ void swapChroma(benchmark::State& state, KernelVariant v, FrameSize s) {
 
 void libyuvSwapUvPlane(benchmark::State& state, FrameSize s) {
     const size_t bytes = size_t(s.w) * s.h / 2;
-    const std::vector<uint8_t> src = randomBytes(bytes);
-    std::vector<uint8_t> dst(bytes);
+    const Bytes src = randomBytes(bytes);
+    Bytes dst(bytes);
     for (auto _ : state) {
         libyuv::SwapUVPlane(src.data(), s.w, dst.data(), s.w, s.w / 2, s.h / 2);
         benchmark::DoNotOptimize(dst.data());
@@ -142,8 +162,8 @@ void libyuvSwapUvPlane(benchmark::State& state, FrameSize s) {
 // The whole Venus NV12 frame: luma copied, chroma pair-swapped.
 void nv21ToVenusNv12(benchmark::State& state, KernelVariant v, FrameSize s) {
     const size_t luma = size_t(s.w) * s.h;
-    const std::vector<uint8_t> src = randomBytes(luma * 3 / 2);
-    std::vector<uint8_t> dst(luma * 3 / 2);
+    const Bytes src = randomBytes(luma * 3 / 2);
+    Bytes dst(luma * 3 / 2);
     for (auto _ : state) {
         nuvra::kernels::copyPlane(dst.data(), s.w, src.data(), s.w, s.w, s.h);
         nuvra::kernels::copySwapChromaPairs(v, dst.data() + luma, src.data() + luma, luma / 2);
@@ -155,8 +175,8 @@ void nv21ToVenusNv12(benchmark::State& state, KernelVariant v, FrameSize s) {
 
 void libyuvNv21ToNv12(benchmark::State& state, FrameSize s) {
     const size_t luma = size_t(s.w) * s.h;
-    const std::vector<uint8_t> src = randomBytes(luma * 3 / 2);
-    std::vector<uint8_t> dst(luma * 3 / 2);
+    const Bytes src = randomBytes(luma * 3 / 2);
+    Bytes dst(luma * 3 / 2);
     for (auto _ : state) {
         libyuv::NV21ToNV12(src.data(), s.w, src.data() + luma, s.w, dst.data(), s.w,
                            dst.data() + luma, s.w, s.w, s.h);

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <initializer_list>
 
 #include "surface/kernels/RowFunctions.h"
 
@@ -12,17 +13,11 @@ namespace nuvra::kernels {
 namespace {
 
 KernelVariant detectBestVariant() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2")) return KernelVariant::AVX2;
-    if (__builtin_cpu_supports("ssse3")) return KernelVariant::SSSE3;
-    if (__builtin_cpu_supports("sse2")) return KernelVariant::SSE2;
+    for (KernelVariant v :
+         {KernelVariant::AVX2, KernelVariant::SSSE3, KernelVariant::SSE2, KernelVariant::NEON}) {
+        if (variantSupported(v)) return v;
+    }
     return KernelVariant::Scalar;
-#elif defined(__aarch64__)
-    return KernelVariant::NEON;
-#else
-    return KernelVariant::Scalar;
-#endif
 }
 
 // The CPU's answer, cached on first use. Racing first calls compute the same value, so a relaxed

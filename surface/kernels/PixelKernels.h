@@ -3,9 +3,9 @@
 //
 // Every kernel has one scalar reference (the arithmetic below, row by row) and SIMD variants beside
 // it that write exactly the same bytes for every input: SSE2, SSSE3 and AVX2 on x86-64, NEON on
-// arm64. The functions without a KernelVariant argument use the best variant of the CPU they run
-// on (detected once and cached); the overloads taking one force it, for tests and benchmarks, and
-// run the scalar reference when the CPU or the build lacks the requested variant.
+// arm64. The functions without a KernelVariant argument use the best variant of the CPU
+// they run on (detected once and cached); the overloads taking one force it, for tests and
+// benchmarks, and run the scalar reference when the CPU or the build lacks the requested variant.
 //
 // No kernel allocates, logs, locks or fails. Nothing is read or written outside the bytes that
 // each function's comment names, whatever the width; the source must not overlap the
@@ -70,7 +70,8 @@ void copySwapChromaPairs(uint8_t* dst, const uint8_t* src, size_t bytes);
 void copySwapChromaPairs(KernelVariant variant, uint8_t* dst, const uint8_t* src, size_t bytes);
 
 // Copies `rows` rows of `rowBytes` bytes, src rows srcPitch apart and dst rows dstPitch apart:
-// one memcpy of the whole plane when both pitches equal rowBytes, one per row otherwise.
+// one memcpy of the whole plane when both pitches equal rowBytes, one per row otherwise. The planes
+// must not overlap.
 void copyPlane(uint8_t* dst, size_t dstPitch, const uint8_t* src, size_t srcPitch, size_t rowBytes,
                size_t rows);
 

@@ -39,6 +39,8 @@ struct Pixels32 {
 };
 
 NUVRA_AVX2 inline Pixels32 load32(const uint8_t* rgba) {
+    prefetchAhead(rgba, kPrefetchDistance);
+    prefetchAhead(rgba, kPrefetchDistance + 64);
     const __m256i* src = reinterpret_cast<const __m256i*>(rgba);
     return {_mm256_loadu_si256(src), _mm256_loadu_si256(src + 1), _mm256_loadu_si256(src + 2),
             _mm256_loadu_si256(src + 3)};
@@ -210,22 +212,42 @@ NUVRA_AVX2 inline __m256i swap16(__m256i v) {
     return _mm256_shuffle_epi8(v, order);
 }
 
-// Single pairs up to a 32-byte boundary of dst, then 64 pairs at a time, then 16, then 8, then
-// single pairs. Each block is loaded whole before it
-// is stored, so dst == src works.
+// Swaps 64 pairs (128 bytes) into d, with ordinary or with non-temporal stores (d 32-byte aligned).
+template <bool kStream>
+NUVRA_AVX2 inline void swap64Pairs(uint8_t* d, const uint8_t* s) {
+    prefetchAhead(s, kPrefetchDistance);
+    prefetchAhead(s, kPrefetchDistance + 64);
+    const __m256i* in = reinterpret_cast<const __m256i*>(s);
+    __m256i* out = reinterpret_cast<__m256i*>(d);
+    const __m256i v0 = _mm256_loadu_si256(in), v1 = _mm256_loadu_si256(in + 1);
+    const __m256i v2 = _mm256_loadu_si256(in + 2), v3 = _mm256_loadu_si256(in + 3);
+    if constexpr (kStream) {
+        _mm256_stream_si256(out, swap16(v0));
+        _mm256_stream_si256(out + 1, swap16(v1));
+        _mm256_stream_si256(out + 2, swap16(v2));
+        _mm256_stream_si256(out + 3, swap16(v3));
+    } else {
+        _mm256_storeu_si256(out, swap16(v0));
+        _mm256_storeu_si256(out + 1, swap16(v1));
+        _mm256_storeu_si256(out + 2, swap16(v2));
+        _mm256_storeu_si256(out + 3, swap16(v3));
+    }
+}
+
+// Single pairs up to a 32-byte boundary of dst, then 64 pairs at a time (with non-temporal stores
+// for long runs, see kStreamingSwapBytes), then 16, then 8, then single pairs. Each block is
+// loaded whole before it is stored, so dst == src works.
 NUVRA_AVX2 void swapPairsRow_AVX2(uint8_t* dst, const uint8_t* src, size_t pairs) {
     size_t k = pairsToAlign(dst, 32, pairs);
     SwapPairsRow_C(dst, src, k);
-    for (; k + 64 <= pairs; k += 64) {
-        const __m256i* s = reinterpret_cast<const __m256i*>(src + 2 * k);
-        __m256i* d = reinterpret_cast<__m256i*>(dst + 2 * k);
-        const __m256i v0 = _mm256_loadu_si256(s), v1 = _mm256_loadu_si256(s + 1);
-        const __m256i v2 = _mm256_loadu_si256(s + 2), v3 = _mm256_loadu_si256(s + 3);
-        _mm256_storeu_si256(d, swap16(v0));
-        _mm256_storeu_si256(d + 1, swap16(v1));
-        _mm256_storeu_si256(d + 2, swap16(v2));
-        _mm256_storeu_si256(d + 3, swap16(v3));
+    const bool aligned = (reinterpret_cast<uintptr_t>(dst + 2 * k) & 31) == 0;
+    if (aligned && pairs >= kStreamingSwapBytes / 2) {
+        for (; k + 64 <= pairs; k += 64) swap64Pairs<true>(dst + 2 * k, src + 2 * k);
+        // Non-temporal stores are weakly ordered: make them visible before whatever the caller
+        // does next (such as handing the buffer to its consumer).
+        _mm_sfence();
     }
+    for (; k + 64 <= pairs; k += 64) swap64Pairs<false>(dst + 2 * k, src + 2 * k);
     for (; k + 16 <= pairs; k += 16) {
         const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + 2 * k));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * k), swap16(v));

@@ -275,22 +275,35 @@ NUVRA_SSSE3 inline __m128i swap16_SSSE3(__m128i v) {
     return _mm_shuffle_epi8(v, _mm_setr_epi8(1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14));
 }
 
-// Single pairs up to a 16-byte boundary of dst, then 32 pairs at a time, then 8, then single
-// pairs. Each block is loaded whole before it is stored,
-// so dst == src works.
+// 32 pairs from src + 2k to dst + 2k, stored by `store` (_mm_storeu_si128 or, dst aligned,
+// _mm_stream_si128).
+#define NUVRA_SWAP_32_PAIRS(swap16, store)                                      \
+    do {                                                                        \
+        prefetchAhead(src + 2 * k, kPrefetchDistance);                          \
+        const __m128i* s = reinterpret_cast<const __m128i*>(src + 2 * k);       \
+        __m128i* d = reinterpret_cast<__m128i*>(dst + 2 * k);                   \
+        const __m128i v0 = _mm_loadu_si128(s), v1 = _mm_loadu_si128(s + 1);     \
+        const __m128i v2 = _mm_loadu_si128(s + 2), v3 = _mm_loadu_si128(s + 3); \
+        store(d, swap16(v0));                                                   \
+        store(d + 1, swap16(v1));                                               \
+        store(d + 2, swap16(v2));                                               \
+        store(d + 3, swap16(v3));                                               \
+    } while (0)
+
+// Single pairs up to a 16-byte boundary of dst, then 32 pairs at a time (with non-temporal stores
+// for long runs, see kStreamingSwapBytes), then 8, then single pairs. Each block is loaded whole
+// before it is stored, so dst == src works.
 #define NUVRA_SWAP_PAIRS_BODY(swap16)                                                     \
     size_t k = pairsToAlign(dst, 16, pairs);                                              \
     SwapPairsRow_C(dst, src, k);                                                          \
-    for (; k + 32 <= pairs; k += 32) {                                                    \
-        const __m128i* s = reinterpret_cast<const __m128i*>(src + 2 * k);                 \
-        __m128i* d = reinterpret_cast<__m128i*>(dst + 2 * k);                             \
-        const __m128i v0 = _mm_loadu_si128(s), v1 = _mm_loadu_si128(s + 1);               \
-        const __m128i v2 = _mm_loadu_si128(s + 2), v3 = _mm_loadu_si128(s + 3);           \
-        _mm_storeu_si128(d, swap16(v0));                                                  \
-        _mm_storeu_si128(d + 1, swap16(v1));                                              \
-        _mm_storeu_si128(d + 2, swap16(v2));                                              \
-        _mm_storeu_si128(d + 3, swap16(v3));                                              \
+    if (pairs >= kStreamingSwapBytes / 2 &&                                               \
+        (reinterpret_cast<uintptr_t>(dst + 2 * k) & 15) == 0) {                           \
+        for (; k + 32 <= pairs; k += 32) NUVRA_SWAP_32_PAIRS(swap16, _mm_stream_si128);   \
+        /* Non-temporal stores are weakly ordered: make them visible before whatever the  \
+           caller does next (such as handing the buffer to its consumer). */              \
+        _mm_sfence();                                                                     \
     }                                                                                     \
+    for (; k + 32 <= pairs; k += 32) NUVRA_SWAP_32_PAIRS(swap16, _mm_storeu_si128);       \
     for (; k + 8 <= pairs; k += 8) {                                                      \
         const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 2 * k)); \
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 2 * k), swap16(v));             \
@@ -306,6 +319,7 @@ NUVRA_SSSE3 void swapPairsRow_SSSE3(uint8_t* dst, const uint8_t* src, size_t pai
 }
 
 #undef NUVRA_SWAP_PAIRS_BODY
+#undef NUVRA_SWAP_32_PAIRS
 
 NUVRA_SSE2 void rgbaToYuvVU_SSE2(const uint8_t* rgba, uint8_t* y, uint8_t* vu, size_t width) {
     rgbaToYuvRow_SSE2<Chroma::VU>(rgba, y, vu, vu, width);

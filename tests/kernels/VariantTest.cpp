@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KernelTestSupport.h"
+#include "surface/kernels/RowFunctions.h"
 
 namespace nuvra::kernels::test {
 namespace {
@@ -255,6 +256,28 @@ TEST_P(KernelVariantTest, CopySwapChromaPairsStaysInsideFencedBuffers) {
     }
 }
 
+TEST_P(KernelVariantTest, CopySwapChromaPairsLongRunsBypassingTheCache) {
+    // Runs from kStreamingSwapBytes on take non-temporal stores wherever the destination can be
+    // aligned; head, body and tail must still come out swapped and bounded.
+    std::mt19937 rng(13);
+    const size_t bytes = detail::kStreamingSwapBytes + 199;
+    std::vector<uint8_t> src(bytes);
+    fillBytes(src.data(), bytes, Fill::Random, rng);
+    const std::vector<uint8_t> swapped = modelSwap(src.data(), bytes);
+    for (size_t dstShift : {0, 6, 7}) {
+        SCOPED_TRACE(testing::Message() << "shift " << dstShift);
+        std::vector<uint8_t> dst(bytes + 2 * kMargin, kCanary);
+        copySwapChromaPairs(GetParam(), dst.data() + kMargin + dstShift, src.data(), bytes);
+        std::vector<uint8_t> expected(dst.size(), kCanary);
+        std::copy(swapped.begin(), swapped.end(), expected.begin() + kMargin + dstShift);
+        ASSERT_EQ(dst, expected);
+    }
+    GuardedBuffer fenced(bytes, GuardedBuffer::Fence::After);
+    memcpy(fenced.data(), src.data(), bytes);
+    copySwapChromaPairs(GetParam(), fenced.data(), fenced.data(), bytes);
+    ASSERT_EQ(fenced.bytes(), swapped);
+}
+
 TEST_P(KernelVariantTest, CopyPlaneSwapPairsByRowsOrWholePlane) {
     struct Case {
         size_t rowBytes, rows, srcPitch, dstPitch;
@@ -298,11 +321,10 @@ TEST(KernelDispatch, PicksTheWidestSupportedVariant) {
 #if defined(__x86_64__)
     EXPECT_TRUE(variantSupported(KernelVariant::SSE2));
     EXPECT_FALSE(variantSupported(KernelVariant::NEON));
-    const KernelVariant expected =
-            variantSupported(KernelVariant::AVX2)
-                    ? KernelVariant::AVX2
-                    : (variantSupported(KernelVariant::SSSE3) ? KernelVariant::SSSE3
-                                                              : KernelVariant::SSE2);
+    KernelVariant expected = KernelVariant::SSE2;
+    for (KernelVariant v : {KernelVariant::SSSE3, KernelVariant::AVX2}) {
+        if (variantSupported(v)) expected = v;
+    }
     EXPECT_EQ(bestVariant(), expected);
 #elif defined(__aarch64__)
     EXPECT_EQ(bestVariant(), KernelVariant::NEON);
