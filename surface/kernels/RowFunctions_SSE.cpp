@@ -68,7 +68,7 @@ NUVRA_SSSE3 inline __m128i yOf16_SSSE3(__m128i p0, __m128i p1, __m128i p2, __m12
     return _mm_xor_si128(_mm_packus_epi16(y01, y23), bias);
 }
 
-// (Cb >> 8, Cr >> 8) sums, before the +128, of 4 pixels in 32-bit lanes.
+// Cb and Cr of 4 pixels before the + 128 (the sums shifted by 8), in 32-bit lanes.
 NUVRA_SSE2 inline void chromaOf4(__m128i px, __m128i* cb, __m128i* cr) {
     const __m128i rb = _mm_and_si128(px, _mm_set1_epi16(0x00FF));
     const __m128i ga = _mm_srli_epi16(px, 8);
@@ -181,14 +181,15 @@ NUVRA_SSSE3 void rgbaToYuvRow_SSSE3(const uint8_t* rgba, uint8_t* y, uint8_t* c0
     chromaRowTail<kLayout>(rgba, y, c0, c1, x, width);
 }
 
-// Per-pixel chroma offsets of 8 pixels from their 4 chroma pairs: dupR = [R0, R0, R1, R1, ...],
-// and so on; vu16 holds the centred pairs [V0, U0, V1, U1, ...].
+// The R, G and B offsets of 8 pixels, one per pixel: r = [R0, R0, R1, R1, ...] for the 4 chroma
+// pairs that the pixels share, and so on.
 struct Offsets8 {
     __m128i r, g, b;
 };
 
+// The offsets of 4 chroma pairs, from the centred pairs [V0, U0, V1, U1, ...] of vu16:
+// rb = [R0, B0, R1, B1, ...], and G in the low half of each 32-bit lane of g.
 NUVRA_SSE2 inline void pairOffsets(__m128i vu16, __m128i* rb, __m128i* g) {
-    // [R0, B0, R1, B1, ...] and G in the low half of each 32-bit lane.
     *rb = _mm_mulhi_epi16(_mm_slli_epi16(vu16, 8), pair16(359, 454));
     *g = _mm_srai_epi32(_mm_madd_epi16(vu16, pair16(183, 88)), 8);
 }
