@@ -57,8 +57,8 @@ status_t BufferQueueConsumer::acquireBuffer(BufferItem* outBuffer, nsecs_t expec
 
         auto front = mCore->mQueue.begin();
 
-        // If expectedPresent is specified, we may not want to return a buffer yet. If it's
-        // specified and there's more than one buffer queued, we may want to drop a buffer.
+        // If expectedPresent is given, we may not want to return a buffer yet. If it's
+        // given and there's more than one buffer queued, we may want to drop a buffer.
         if (expectedPresent != 0) {
             // The 'expectedPresent' argument indicates when the buffer is expected to be
             // presented on-screen. If the buffer's desired present time is earlier (less) than

@@ -322,7 +322,7 @@ int Surface::hook_perform(ANativeWindow* window, int operation, ...) {
 }
 
 int Surface::setSwapInterval(int interval) {
-    // EGL specification states:
+    // EGL requires:
     //  interval is silently clamped to minimum and maximum implementation dependent values
     //  before being stored.
     if (interval < minSwapInterval) interval = minSwapInterval;

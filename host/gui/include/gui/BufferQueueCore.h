@@ -161,19 +161,19 @@ private:
     bool mLegacyBufferDrop;
 
     // mDefaultBufferFormat can be set so it will override the buffer format when it isn't
-    // specified in dequeueBuffer.
+    // given in dequeueBuffer.
     PixelFormat mDefaultBufferFormat;
 
     // mDefaultWidth holds the default width of allocated buffers. It is used in
-    // dequeueBuffer if a width and height of 0 are specified.
+    // dequeueBuffer if a width and height of 0 are given.
     uint32_t mDefaultWidth;
 
     // mDefaultHeight holds the default height of allocated buffers. It is used in
-    // dequeueBuffer if a width and height of 0 are specified.
+    // dequeueBuffer if a width and height of 0 are given.
     uint32_t mDefaultHeight;
 
     // mDefaultBufferDataSpace holds the default dataSpace of queued buffers. It is used in
-    // queueBuffer if a dataspace of 0 (HAL_DATASPACE_UNKNOWN) is specified.
+    // queueBuffer if a dataspace of 0 (HAL_DATASPACE_UNKNOWN) is given.
     android_dataspace mDefaultBufferDataSpace;
 
     // mMaxBufferCount is the limit on the number of buffers that will be allocated at one

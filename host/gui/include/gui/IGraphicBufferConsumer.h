@@ -72,7 +72,7 @@ public:
     // * BAD_VALUE - one of the following could've happened:
     //               * the buffer slot was invalid
     //               * the fence was NULL
-    //               * the buffer slot specified is not in the acquired state
+    //               * the buffer slot given is not in the acquired state
     virtual status_t releaseBuffer(int buf, uint64_t frameNumber,
                                    const sp<Fence>& releaseFence) = 0;
 
@@ -158,7 +158,7 @@ public:
     virtual status_t setConsumerName(const String8& name) = 0;
 
     // setDefaultBufferFormat allows the BufferQueue to create GraphicBuffers of a defaultFormat
-    // if no format is specified in dequeueBuffer. The initial default is
+    // if no format is given in dequeueBuffer. The initial default is
     // PIXEL_FORMAT_RGBA_8888.
     virtual status_t setDefaultBufferFormat(PixelFormat defaultFormat) = 0;
 

@@ -46,7 +46,7 @@ public:
     };
 
     enum class DisconnectMode {
-        // Disconnect only the specified API.
+        // Disconnect only the given API.
         Api,
         // Disconnect any API originally connected from the process calling disconnect.
         AllLocal
@@ -63,7 +63,7 @@ public:
     // * NO_INIT - the buffer queue has been abandoned or the producer is not connected.
     // * BAD_VALUE - one of the two conditions occurred:
     //              * slot was out of range (see above)
-    //              * buffer specified by the slot is not dequeued
+    //              * buffer given by the slot is not dequeued
     virtual status_t requestBuffer(int slot, sp<GraphicBuffer>* buf) = 0;
 
     // setMaxDequeuedBufferCount sets the maximum number of buffers that can be dequeued by
@@ -113,14 +113,14 @@ public:
     // The width and height parameters must be no greater than the minimum of
     // GL_MAX_VIEWPORT_DIMS and GL_MAX_TEXTURE_SIZE (see: glGetIntegerv). An error due to
     // invalid dimensions might not be reported until updateTexImage() is called. If width
-    // and height are both zero, the default values specified by setDefaultBufferSize() are
+    // and height are both zero, the default values given by setDefaultBufferSize() are
     // used instead.
     //
     // If the format is 0, the default format will be used.
     //
     // The usage argument specifies gralloc buffer usage flags. The values are enumerated in
     // <hardware/gralloc.h>, e.g. GRALLOC_USAGE_HW_RENDER. These will be merged with the
-    // usage flags specified by IGraphicBufferConsumer::setConsumerUsageBits.
+    // usage flags given by IGraphicBufferConsumer::setConsumerUsageBits.
     //
     // This call will block until a buffer is available to be dequeued. If both the producer
     // and consumer are controlled by the app, then this call can never block and will return
@@ -325,7 +325,7 @@ public:
     // Return of a value other than NO_ERROR means an error has occurred:
     // * NO_INIT - the producer is not connected
     // * BAD_VALUE - one of the following has occurred:
-    //             * the api specified does not match the one that was connected
+    //             * the api given does not match the one that was connected
     //             * api was out of range (see above).
     virtual status_t disconnect(int api, DisconnectMode mode = DisconnectMode::Api) = 0;
 

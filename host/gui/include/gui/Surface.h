@@ -254,11 +254,11 @@ protected:
     // native_window_set_buffers_dimensions call.
     uint32_t mDefaultHeight;
 
-    // mUserWidth, if non-zero, is an application-specified override of mDefaultWidth. This is
+    // mUserWidth, if non-zero, is an application-given override of mDefaultWidth. This is
     // lower priority than the width set by native_window_set_buffers_dimensions.
     uint32_t mUserWidth;
 
-    // mUserHeight, if non-zero, is an application-specified override of mDefaultHeight. This
+    // mUserHeight, if non-zero, is an application-given override of mDefaultHeight. This
     // is lower priority than the height set by native_window_set_buffers_dimensions.
     uint32_t mUserHeight;
 
