@@ -56,7 +56,8 @@ struct DemoQueue {
         consumerEnd->setDefaultBufferSize(width, height);
         consumerEnd->setDefaultBufferFormat(format);
         surface = new android::Surface(producer, true);
-        javaSurface = gEnv->NewGlobalRef(android::android_view_Surface_createFromSurface(gEnv, surface));
+        javaSurface =
+                gEnv->NewGlobalRef(android::android_view_Surface_createFromSurface(gEnv, surface));
     }
     ~DemoQueue() {
         jclass cls = gEnv->GetObjectClass(javaSurface);
@@ -72,7 +73,8 @@ struct DemoQueue {
 void printLogLines() {
     static const char kLetters[] = "??VDIWEFS";
     for (const host::LogLine& line : host::capturedLogs()) {
-        printf("      %c/%s: %s\n", kLetters[line.priority & 7], line.tag.c_str(), line.text.c_str());
+        printf("      %c/%s: %s\n", kLetters[line.priority & 7], line.tag.c_str(),
+               line.text.c_str());
     }
     host::clearCapturedLogs();
 }
@@ -150,7 +152,8 @@ void demoQueries() {
         printf("      dimens = %d x %d\n", v[0], v[1]);
         return status;
     });
-    step("nativeDetectSurfaceType", [&] { return gUtil->nativeDetectSurfaceType(gEnv, q.javaSurface); });
+    step("nativeDetectSurfaceType",
+         [&] { return gUtil->nativeDetectSurfaceType(gEnv, q.javaSurface); });
     step("nativeDetectSurfaceDataspace",
          [&] { return gUtil->nativeDetectSurfaceDataspace(gEnv, q.javaSurface); });
     step("nativeDetectSurfaceUsageFlags",
@@ -165,16 +168,18 @@ void demoConfiguration() {
     DemoQueue q(640, 480, HAL_PIXEL_FORMAT_RGBA_8888, GRALLOC_USAGE_SW_READ_OFTEN);
     jobject s = q.javaSurface;
     step("nativeConnectSurface", [&] { return gUtil->nativeConnectSurface(gEnv, s); });
-    step("nativeSetSurfaceFormat(NV21, display)",
-         [&] { return gUtil->nativeSetSurfaceFormat(gEnv, s, HAL_PIXEL_FORMAT_YCrCb_420_SP, true); });
+    step("nativeSetSurfaceFormat(NV21, display)", [&] {
+        return gUtil->nativeSetSurfaceFormat(gEnv, s, HAL_PIXEL_FORMAT_YCrCb_420_SP, true);
+    });
     step("nativeSetSurfaceDimens(1280, 720)",
          [&] { return gUtil->nativeSetSurfaceDimens(gEnv, s, 1280, 720); });
     step("nativeSetSurfaceOrientation(back, 90)",
          [&] { return gUtil->nativeSetSurfaceOrientation(gEnv, s, 1, 90); });
     step("nativeSetSurfaceMirror(front, 270, auto)",
          [&] { return gUtil->nativeSetSurfaceMirror(gEnv, s, 0, 270, 0); });
-    step("nativeSetScalingMode(SCALE_CROP)",
-         [&] { return gUtil->nativeSetScalingMode(gEnv, s, NATIVE_WINDOW_SCALING_MODE_SCALE_CROP); });
+    step("nativeSetScalingMode(SCALE_CROP)", [&] {
+        return gUtil->nativeSetScalingMode(gEnv, s, NATIVE_WINDOW_SCALING_MODE_SCALE_CROP);
+    });
     step("nativeSetDataSpaceToSurface(JFIF)",
          [&] { return gUtil->nativeSetDataSpaceToSurface(gEnv, s, HAL_DATASPACE_V0_JFIF); });
     step("nativeSetNextTimestamp(123456789)",
@@ -241,8 +246,8 @@ void demoProduction(const RgbaImage& picture, const std::string& outDir) {
         uint32_t height = blob ? 1 : static_cast<uint32_t>(picture.height);
         DemoQueue q(width, height, t.bufferFormat, GRALLOC_USAGE_SW_READ_OFTEN);
         gUtil->nativeConnectSurface(gEnv, q.javaSurface);
-        std::vector<uint8_t>& input = blob ? jpeg
-                                           : (t.inputFormat == HAL_PIXEL_FORMAT_RGBA_8888 ? rgba : nv21);
+        std::vector<uint8_t>& input =
+                blob ? jpeg : (t.inputFormat == HAL_PIXEL_FORMAT_RGBA_8888 ? rgba : nv21);
         jobject pixels = gEnv->NewDirectByteBuffer(input.data(), static_cast<jlong>(input.size()));
         auto start = std::chrono::steady_clock::now();
         int status = gUtil->nativeProduceFrame(gEnv, q.javaSurface, pixels, static_cast<int>(width),

@@ -282,8 +282,8 @@ int writeNv21ToVenusNv12(const Frame& f, int bufFmt) {
     NLOGV("%s: lockYCbCr buffer from %p for write", kName, f.buf.get());
     android_ycbcr ycbcr;
     int err = lockYCbCrForWrite(f, &ycbcr);
-    NLOGV("%s: y = %p, cb = %p error(%d), yStride(%d), cStride(%d)", kName, ycbcr.y, ycbcr.cb,
-          err, static_cast<int>(ycbcr.ystride), static_cast<int>(ycbcr.cstride));
+    NLOGV("%s: y = %p, cb = %p error(%d), yStride(%d), cStride(%d)", kName, ycbcr.y, ycbcr.cb, err,
+          static_cast<int>(ycbcr.ystride), static_cast<int>(ycbcr.cstride));
     if (err != 0) return err;
     if (ycbcr.y == nullptr || ycbcr.cb == nullptr) {
         NLOGE("%s: nullptr after locking buffer for write, y = %p, cb = %p", kName, ycbcr.y,
@@ -312,8 +312,9 @@ int writeNv21ToVenusNv12(const Frame& f, int bufFmt) {
 
 int writeBlob(const Frame& f) {
     NLOGV("%s: HAL_PIXEL_FORMAT_BLOB", kName);
-    uint64_t needed = (static_cast<uint64_t>(static_cast<uint32_t>(f.bufSize)) + kBlobFooterSize +
-                       3) & ~static_cast<uint64_t>(3);
+    uint64_t needed =
+            (static_cast<uint64_t>(static_cast<uint32_t>(f.bufSize)) + kBlobFooterSize + 3) &
+            ~static_cast<uint64_t>(3);
     if (needed > f.bufferLength) {
         NLOGE("%s: Pixel buffer needs size %zu, cannot fit in gralloc buffer of size %zu", kName,
               static_cast<size_t>(needed), static_cast<size_t>(f.bufferLength));
@@ -329,10 +330,14 @@ int writeBlob(const Frame& f) {
     memcpy(img, f.pixels, static_cast<size_t>(f.bufSize));
     uint8_t* footer = img + f.bufferLength - kBlobFooterSize;
     uint32_t jpegSize = static_cast<uint32_t>(f.bufSize);
-    const uint8_t trailer[kBlobFooterSize] = {
-            0xFF, 0x00, 0x00, 0x00, static_cast<uint8_t>(jpegSize),
-            static_cast<uint8_t>(jpegSize >> 8), static_cast<uint8_t>(jpegSize >> 16),
-            static_cast<uint8_t>(jpegSize >> 24)};
+    const uint8_t trailer[kBlobFooterSize] = {0xFF,
+                                              0x00,
+                                              0x00,
+                                              0x00,
+                                              static_cast<uint8_t>(jpegSize),
+                                              static_cast<uint8_t>(jpegSize >> 8),
+                                              static_cast<uint8_t>(jpegSize >> 16),
+                                              static_cast<uint8_t>(jpegSize >> 24)};
     memcpy(footer, trailer, kBlobFooterSize);
     return 0;
 }

@@ -142,8 +142,8 @@ int ThrowException(JNIEnv* env, const char* className, const char* ctorSig, ...)
     int status = -1;
     jmethodID ctor = env->GetMethodID(cls, "<init>", ctorSig);
     if (ctor == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kJniHelpTag, "Failed to find constructor for '%s' '%s'",
-                            className, kStringCtorSig);
+        __android_log_print(ANDROID_LOG_ERROR, kJniHelpTag,
+                            "Failed to find constructor for '%s' '%s'", className, kStringCtorSig);
     } else {
         va_list args;
         va_start(args, ctorSig);
@@ -184,8 +184,8 @@ int throwWithJavaMessage(JNIEnv* env, const char* className, jstring message) {
 // The lookup shared by getNativeWindow and getSurface: the platform glue's answer for a
 // non-null Java Surface, or a Java exception and null.
 template <typename T>
-sp<T> nativeObjectOfSurface(JNIEnv* env, jobject surface,
-                            sp<T> (*glue)(JNIEnv*, jobject), const char* missingMessage) {
+sp<T> nativeObjectOfSurface(JNIEnv* env, jobject surface, sp<T> (*glue)(JNIEnv*, jobject),
+                            const char* missingMessage) {
     if (surface == nullptr) {
         jniThrowNullPointerException(env, "surface");
         return nullptr;

@@ -51,8 +51,8 @@ int SurfaceNativeUtilImpl::nativeProduceFrameWithYuv420(JNIEnv*, jobject, jobjec
     return android::INVALID_OPERATION;
 }
 
-int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21FromBuffer(JNIEnv*, jobject, jobject, int,
-                                                                int, int, int) {
+int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21FromBuffer(JNIEnv*, jobject, jobject, int, int,
+                                                                int, int) {
     NOT_AVAILABLE_YET("nativeProduceFrameWithNV21FromBuffer");
     return android::INVALID_OPERATION;
 }

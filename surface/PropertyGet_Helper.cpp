@@ -35,14 +35,29 @@ bool propertyLogGatePasses(const PropertyGet_Helper& helper, int prio) {
     int threshold = ANDROID_LOG_DEBUG;
     if (helper.propertyGet != nullptr && helper.propertyGet("log.tag.VANTORA_CAMERA", value) > 0) {
         switch (value[0]) {
-            case 'V': threshold = ANDROID_LOG_VERBOSE; break;
-            case 'D': threshold = ANDROID_LOG_DEBUG; break;
-            case 'I': threshold = ANDROID_LOG_INFO; break;
-            case 'W': threshold = ANDROID_LOG_WARN; break;
-            case 'E': threshold = ANDROID_LOG_ERROR; break;
-            case 'A': threshold = ANDROID_LOG_FATAL; break;
-            case 'S': return false;
-            default: threshold = ANDROID_LOG_DEBUG; break;
+            case 'V':
+                threshold = ANDROID_LOG_VERBOSE;
+                break;
+            case 'D':
+                threshold = ANDROID_LOG_DEBUG;
+                break;
+            case 'I':
+                threshold = ANDROID_LOG_INFO;
+                break;
+            case 'W':
+                threshold = ANDROID_LOG_WARN;
+                break;
+            case 'E':
+                threshold = ANDROID_LOG_ERROR;
+                break;
+            case 'A':
+                threshold = ANDROID_LOG_FATAL;
+                break;
+            case 'S':
+                return false;
+            default:
+                threshold = ANDROID_LOG_DEBUG;
+                break;
         }
     } else {
         // No reader, or the property is empty or unset: the default value "" applies, which

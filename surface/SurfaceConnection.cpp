@@ -51,8 +51,8 @@ int connectSurface(const sp<Surface>& s) {
     NLOGV("%s: Setting buffer count to %d", kName, minUndequeued + 4);
     err = native_window_set_buffer_count(anw, minUndequeued + 4);
     if (err != 0) {
-        NLOGE("%s: Failed to set native window buffer count, error %s (%d).", kName,
-              strerror(-err), err);
+        NLOGE("%s: Failed to set native window buffer count, error %s (%d).", kName, strerror(-err),
+              err);
         return err;
     }
     return 0;

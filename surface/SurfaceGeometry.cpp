@@ -55,8 +55,8 @@ int configureDisplaySurface(ANativeWindow* anw, const char* name) {
     int defaultDataSpace = 0;
     anw->query(anw, NATIVE_WINDOW_DEFAULT_DATASPACE, &defaultDataSpace);
     NLOGV("%s: NATIVE_WINDOW_DEFAULT_DATASPACE %d", name, defaultDataSpace);
-    int err = native_window_set_buffers_data_space(anw,
-                                                   static_cast<android_dataspace_t>(kJfifDataSpace));
+    int err = native_window_set_buffers_data_space(
+            anw, static_cast<android_dataspace_t>(kJfifDataSpace));
     if (err != 0) {
         NLOGE("%s: Failed to set native window data_space, error %s (%d).", name, strerror(-err),
               err);

@@ -18,8 +18,8 @@ static inline bool isLoggable(int prio) {
 }
 
 // Writes one line through the unit's gate; the gate is evaluated anew for every line.
-#define NLOG(prio, ...)                                                      \
-    do {                                                                     \
+#define NLOG(prio, ...)                                                        \
+    do {                                                                       \
         if (isLoggable(prio)) __android_log_print(prio, LOG_TAG, __VA_ARGS__); \
     } while (0)
 #define NLOGV(...) NLOG(ANDROID_LOG_VERBOSE, __VA_ARGS__)

@@ -19,10 +19,18 @@ android::Mutex gLock;
 
 static SurfaceNativeUtilImpl gSurfaceNativeUtil;
 
-SurfaceNativeUtilImpl::SurfaceNativeUtilImpl() { NLOGV("SurfaceNativeUtil created."); }
+SurfaceNativeUtilImpl::SurfaceNativeUtilImpl() {
+    NLOGV("SurfaceNativeUtil created.");
+}
 
-SurfaceNativeUtilImpl::~SurfaceNativeUtilImpl() { NLOGV("SurfaceNativeUtil destroyed."); }
+SurfaceNativeUtilImpl::~SurfaceNativeUtilImpl() {
+    NLOGV("SurfaceNativeUtil destroyed.");
+}
 
-extern "C" EXPORT SurfaceNativeUtil* SurfaceNativeUtil_Get() { return &gSurfaceNativeUtil; }
+extern "C" EXPORT SurfaceNativeUtil* SurfaceNativeUtil_Get() {
+    return &gSurfaceNativeUtil;
+}
 
-extern "C" EXPORT int SurfaceNativeUtil_GetVersion() { return SURFACE_NATIVE_UTIL_VERSION; }
+extern "C" EXPORT int SurfaceNativeUtil_GetVersion() {
+    return SURFACE_NATIVE_UTIL_VERSION;
+}

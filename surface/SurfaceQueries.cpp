@@ -8,7 +8,6 @@
 
 using android::sp;
 
-
 int SurfaceNativeUtilImpl::nativeDetectSurfaceDimens(JNIEnv* env, jobject surface,
                                                      jintArray dimens) {
     static const char* const kName = "nativeDetectSurfaceDimens";

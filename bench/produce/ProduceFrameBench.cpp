@@ -2,8 +2,8 @@
 // lookup, dequeue, lock, convert, unlock, queue) and the consumer's acquire and release, beside
 // the same conversion alone on the same bytes. The difference is the buffer cycle's own cost.
 
-#include <benchmark/benchmark.h>
 #include <android_runtime/android_view_Surface.h>
+#include <benchmark/benchmark.h>
 #include <gui/BufferItem.h>
 #include <gui/BufferItemConsumer.h>
 #include <gui/BufferQueue.h>

@@ -36,7 +36,9 @@ __attribute__((constructor)) void selectProfileFromEnvironment() {
 
 }  // namespace
 
-const DeviceProfile& currentDeviceProfile() { return *current().load(); }
+const DeviceProfile& currentDeviceProfile() {
+    return *current().load();
+}
 
 bool selectDeviceProfile(const std::string& name) {
     for (const DeviceProfile& profile : profiles()) {
@@ -49,6 +51,8 @@ bool selectDeviceProfile(const std::string& name) {
     return false;
 }
 
-std::vector<DeviceProfile> deviceProfiles() { return profiles(); }
+std::vector<DeviceProfile> deviceProfiles() {
+    return profiles();
+}
 
 }  // namespace host

@@ -69,6 +69,8 @@ void clearCapturedLogs() {
     c.lines.clear();
 }
 
-void setLogEcho(bool echo) { capture().echo = echo; }
+void setLogEcho(bool echo) {
+    capture().echo = echo;
+}
 
 }  // namespace host

@@ -36,8 +36,8 @@ TEST_F(EntryPointsTest, OnlyTheTwoEntryPointsAreExported) {
         if (sscanf(line, "%*s %c %399s", &type, name) == 2) symbols.insert(name);
     }
     ASSERT_EQ(pclose(nm), 0);
-    EXPECT_EQ(symbols, (std::set<std::string>{"SurfaceNativeUtil_Get",
-                                              "SurfaceNativeUtil_GetVersion"}));
+    EXPECT_EQ(symbols,
+              (std::set<std::string>{"SurfaceNativeUtil_Get", "SurfaceNativeUtil_GetVersion"}));
 }
 
 // Calls slot `index` of the object's dispatch table as a function of type Fn.
@@ -62,23 +62,54 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
     };
     JNIEnv* e = env;
     const Slot slots[] = {
-            {2, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jintArray)>(2, e, nullptr, nullptr); },
-             "6 nativeDetectSurfaceDimens: Null dimens argument passed to nativeDetectSurfaceDimens"},
-            {3, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int)>(3, e, nullptr, nullptr, 1, 1, 1); },
+            {2,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jintArray)>(2, e, nullptr,
+                                                                                    nullptr);
+             },
+             "6 nativeDetectSurfaceDimens: Null dimens argument passed to "
+             "nativeDetectSurfaceDimens"},
+            {3,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int)>(
+                         3, e, nullptr, nullptr, 1, 1, 1);
+             },
              "6 nativeProduceFrame: Could not retrieve native window from surface."},
-            {4, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong, int, int)>(4, e, nullptr, jlong{0}, 1, 1); },
+            {4,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong, int, int)>(
+                         4, e, nullptr, jlong{0}, 1, 1);
+             },
              "6 nativeProduceFrameWithNV21: Could not retrieve native window from surface."},
-            {5, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, jboolean)>(5, e, nullptr, 1, jboolean{0}); },
+            {5,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, jboolean)>(
+                         5, e, nullptr, 1, jboolean{0});
+             },
              "6 nativeSetSurfaceFormat: Could not retrieve native window from surface."},
-            {6, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(6, e, nullptr, 1, 1); },
+            {6,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(6, e, nullptr, 1,
+                                                                                   1);
+             },
              "6 nativeSetSurfaceDimens: Could not retrieve native window from surface."},
-            {7, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(7, e, nullptr, 1, 1); },
+            {7,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(7, e, nullptr, 1,
+                                                                                   1);
+             },
              "2 nativeSetSurfaceOrientation"},
             {8, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*)>(8, e); },
              "6 nativeGetJpegFooterSize: not available in this build yet"},
-            {9, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobjectArray, jobject, int, int, jintArray, jintArray)>(9, e, nullptr, nullptr, 1, 1, nullptr, nullptr); },
+            {9,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobjectArray, jobject, int, int,
+                                  jintArray, jintArray)>(9, e, nullptr, nullptr, 1, 1, nullptr,
+                                                         nullptr);
+             },
              "6 nativeConvertFlexibleToNV21: not available in this build yet"},
-            {10, [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(10, e, nullptr); },
+            {10,
+             [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(10, e, nullptr); },
              "2 nativeCreatePrivateSurface"},
             {11, [&] { callSlot<ObjIntFn>(11, e, nullptr, 1); },
              "6 nativeSetScalingMode: Could not retrieve native window from surface."},
@@ -86,7 +117,8 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
              "6 nativeGetNativeContext: not available in this build yet"},
             {13, [&] { callSlot<ObjFn>(13, e, nullptr); },
              "6 nativeGetJpegSize: not available in this build yet"},
-            {14, [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(14, e, nullptr); },
+            {14,
+             [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(14, e, nullptr); },
              "6 nativeGetBufferfromImage: not available in this build yet"},
             {15, [&] { callSlot<ObjObjFn>(15, e, nullptr, nullptr); },
              "6 nativePutByteBufferFromImage: not available in this build yet"},
@@ -97,17 +129,33 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
             {18, [&] { callSlot<ObjFn>(18, e, nullptr); }, "2 nativeDisconnectSurface"},
             {19, [&] { callSlot<ObjObjFn>(19, e, nullptr, nullptr); },
              "6 nativeProduceFrameWithYuv420: not available in this build yet"},
-            {20, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int, int)>(20, e, nullptr, nullptr, 1, 1, 1, 1); },
+            {20,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int,
+                                  int)>(20, e, nullptr, nullptr, 1, 1, 1, 1);
+             },
              "6 nativeProduceFrameWithNV21FromBuffer: not available in this build yet"},
-            {21, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(21, e, nullptr, jlong{1}); },
+            {21,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(21, e, nullptr,
+                                                                                jlong{1});
+             },
              "6 nativeSetNextTimestamp: Could not retrieve native window from surface."},
-            {22, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(22, e, nullptr, jlong{1}); },
+            {22,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(22, e, nullptr,
+                                                                                jlong{1});
+             },
              "6 nativeSetDequeueTimeout: Could not retrieve surface."},
             {23, [&] { callSlot<ObjFn>(23, e, nullptr); },
              "6 nativeGetDataSpaceFromImage: not available in this build yet"},
             {24, [&] { callSlot<ObjIntFn>(24, e, nullptr, 1); },
              "6 nativeSetDataSpaceToSurface: Could not retrieve native window from surface."},
-            {25, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int, int)>(25, e, nullptr, 1, 1, 1); },
+            {25,
+             [&] {
+                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int, int)>(
+                         25, e, nullptr, 1, 1, 1);
+             },
              "2 nativeSetSurfaceMirror"},
             {26, [&] { callSlot<ObjFn>(26, e, nullptr); },
              "6 nativeDetectSurfaceType: Could not retrieve native window from surface."},

@@ -26,10 +26,18 @@ constexpr int kVenusNv21 = 0x114;
 constexpr int kVenusNv12 = 0x7FA30C04;
 constexpr int kNv21M = 0x11D;
 
-int floorDiv256(int v) { return static_cast<int>(std::floor(v / 256.0)); }
-uint8_t lumaOf(const uint8_t* p) { return floorDiv256(77 * p[0] + 150 * p[1] + 29 * p[2]); }
-uint8_t cbOf(const uint8_t* p) { return floorDiv256(-43 * p[0] - 85 * p[1] + 128 * p[2]) + 128; }
-uint8_t crOf(const uint8_t* p) { return floorDiv256(128 * p[0] - 107 * p[1] - 21 * p[2]) + 128; }
+int floorDiv256(int v) {
+    return static_cast<int>(std::floor(v / 256.0));
+}
+uint8_t lumaOf(const uint8_t* p) {
+    return floorDiv256(77 * p[0] + 150 * p[1] + 29 * p[2]);
+}
+uint8_t cbOf(const uint8_t* p) {
+    return floorDiv256(-43 * p[0] - 85 * p[1] + 128 * p[2]) + 128;
+}
+uint8_t crOf(const uint8_t* p) {
+    return floorDiv256(128 * p[0] - 107 * p[1] - 21 * p[2]) + 128;
+}
 uint16_t rgb565Of(int y, int v, int u) {
     auto clamp = [](int x) { return x < 0 ? 0 : (x > 255 ? 255 : x); };
     v -= 128;
@@ -296,7 +304,8 @@ TEST_F(FrameProducerTest, Nv21IntoFlexibleYuvGoesToTheCrPointer) {
 }
 
 TEST_F(FrameProducerTest, Nv21IntoRgb565ConvertsEveryPixel) {
-    for (int pixelFormat : {static_cast<int>(HAL_PIXEL_FORMAT_YCrCb_420_SP), static_cast<int>(HAL_PIXEL_FORMAT_YCbCr_420_888)}) {
+    for (int pixelFormat : {static_cast<int>(HAL_PIXEL_FORMAT_YCrCb_420_SP),
+                            static_cast<int>(HAL_PIXEL_FORMAT_YCbCr_420_888)}) {
         const int w = 34, h = 6;
         makeSurface(HAL_PIXEL_FORMAT_RGB_565, w, h);
         // The 0x23 input is sized as RGBA would be; only its NV21 part is read.
@@ -433,7 +442,8 @@ TEST_F(FrameProducerTest, BadArgumentsAreRefusedBeforeTheDequeue) {
     }
     // A frame whose size product exceeds INT32_MAX reaches produceFrame as a negative size.
     EXPECT_EQ(util()->nativeProduceFrameWithNV21(env, ts.javaSurface, 1, 65536, 65536), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, "produceFrame: bufSize must be non-negative"));
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_ERROR, "produceFrame: bufSize must be non-negative"));
     EXPECT_EQ(host::callCount("window.dequeueBuffer"), 0u);
 }
 
@@ -448,7 +458,8 @@ TEST_F(FrameProducerTest, WrongDimensionsOrFormatsAreCancelled) {
 
     host::resetFaultsAndCalls();
     EXPECT_EQ(produce(pixels, 8, 8, 0x36), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, "produceFrame: Invalid pixel format in produceFrame: 36"));
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       "produceFrame: Invalid pixel format in produceFrame: 36"));
     expectCancelled();
 
     host::resetFaultsAndCalls();
@@ -505,10 +516,9 @@ TEST_F(FrameProducerTest, LockFailuresUseTheirRowsMessages) {
         std::vector<uint8_t> pixels(16 * 4 * 4);
         host::injectFault(cases[i].point, -12);
         EXPECT_EQ(produce(pixels, 16, 4, cases[i].inputFormat), -12);
-        std::string expected = suffixes[i].empty()
-                                       ? withError(cases[i].prefix, -12)
-                                       : std::string(cases[i].prefix) + " " + strerror(12) +
-                                                 " (-12)" + suffixes[i];
+        std::string expected = suffixes[i].empty() ? withError(cases[i].prefix, -12)
+                                                   : std::string(cases[i].prefix) + " " +
+                                                             strerror(12) + " (-12)" + suffixes[i];
         EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, expected)) << expected;
         expectCancelled();
     }

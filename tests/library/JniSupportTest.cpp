@@ -125,8 +125,9 @@ TEST_F(JniSupportTest, MissingClassOrConstructorFailsWithTheJvmsErrorPending) {
 
     // java.lang.Object has no constructor taking a String.
     EXPECT_EQ(jniThrowExceptionFmt(env, "java/lang/Object", "x"), -1);
-    EXPECT_TRUE(logged(kJniHelpTag, ANDROID_LOG_ERROR,
-                       "Failed to find constructor for 'java/lang/Object' '(Ljava/lang/String;)V'"));
+    EXPECT_TRUE(
+            logged(kJniHelpTag, ANDROID_LOG_ERROR,
+                   "Failed to find constructor for 'java/lang/Object' '(Ljava/lang/String;)V'"));
     e = takePendingException(env);
     ASSERT_TRUE(e.has_value());
     EXPECT_EQ(e->className, "java.lang.NoSuchMethodError");

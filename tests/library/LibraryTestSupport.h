@@ -17,7 +17,9 @@ inline constexpr const char* kSurfaceTag = "NuvraSurfaceUtil";
 inline constexpr const char* kPlatformTag = "PlatformUtil";
 inline constexpr const char* kJniHelpTag = "JNIHelp";
 
-inline SurfaceNativeUtil* util() { return SurfaceNativeUtil_Get(); }
+inline SurfaceNativeUtil* util() {
+    return SurfaceNativeUtil_Get();
+}
 
 // Sets the log threshold property ("" clears it).
 inline void setLogLevel(const std::string& value) {

@@ -22,7 +22,7 @@ struct GateCase {
 
 TEST_F(LogGateTest, ThresholdFollowsTheFirstCharacterOfTheProperty) {
     const GateCase cases[] = {
-            {"V", 2}, {"D", 3}, {"I", 4}, {"W", 5}, {"E", 6}, {"A", 7}, {"S", 8},
+            {"V", 2},        {"D", 3},       {"I", 4}, {"W", 5}, {"E", 6}, {"A", 7}, {"S", 8},
             {"Suppress", 8}, {"Verbose", 2}, {"v", 3}, {"e", 3}, {"x", 3}, {"", 3},
     };
     PropertyGet_Helper helper;

@@ -37,8 +37,8 @@ int countLines(const char* tag, int priority, const std::string& text) {
     // A later change of the property is not seen: the answer is cached.
     host::setProperty("ro.board.platform", first == YUV_ORDER_NV12 ? "unknown" : "kona");
     YuvOrder second = PlatformUtil::getCurrentYuvOrder();
-    const char* expected = first == YUV_ORDER_NV12 ? "Current YUV order is NV12"
-                                                   : "Current YUV order is NV21";
+    const char* expected =
+            first == YUV_ORDER_NV12 ? "Current YUV order is NV12" : "Current YUV order is NV21";
     bool loggedOnce = countLines("PlatformUtil", ANDROID_LOG_DEBUG, expected) == 1 &&
                       host::capturedLogs().size() == 1;
     _exit(first == second && loggedOnce ? first : 100);
@@ -56,8 +56,8 @@ TEST(PlatformUtilTest, NamedQualcommBoardsAreNv12) {
 }
 
 TEST(PlatformUtilTest, EverythingElseIsNv21) {
-    for (const char* board : {"kona-v2", "Kona", "KONA", "kona ", " kona", "lahain", "sdm845",
-                              "taro", "mt6893", ""}) {
+    for (const char* board :
+         {"kona-v2", "Kona", "KONA", "kona ", " kona", "lahain", "sdm845", "taro", "mt6893", ""}) {
         expectYuvOrder(std::string(board), YUV_ORDER_NV21);
     }
     expectYuvOrder(std::nullopt, YUV_ORDER_NV21);

@@ -23,9 +23,9 @@ protected:
     }
 };
 
-const std::vector<std::string> kConnectSteps = {
-        "surface.connect", "window.perform.SET_USAGE64", "window.query.MIN_UNDEQUEUED_BUFFERS",
-        "window.perform.SET_BUFFER_COUNT"};
+const std::vector<std::string> kConnectSteps = {"surface.connect", "window.perform.SET_USAGE64",
+                                                "window.query.MIN_UNDEQUEUED_BUFFERS",
+                                                "window.perform.SET_BUFFER_COUNT"};
 
 TEST_F(SurfaceConnectionTest, ConnectsAsCameraProducerWithFourSpareBuffers) {
     setLogLevel("V");
@@ -72,11 +72,11 @@ TEST_F(SurfaceConnectionTest, EachFailingStepStopsTheSequenceWithBothLines) {
         host::injectFault(steps[i].point, -32);
         EXPECT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), -32);
         expectNoPendingException(env);
-        EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
-                  (std::vector<std::string>{
-                          withError(steps[i].line, -32),
-                          withError("nativeConnectSurface: Error while configuring surface",
-                                    -32)}));
+        EXPECT_EQ(
+                logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
+                (std::vector<std::string>{
+                        withError(steps[i].line, -32),
+                        withError("nativeConnectSurface: Error while configuring surface", -32)}));
         // The steps after the failing one were not attempted.
         for (size_t later = i + 1; later < 4; ++later) {
             EXPECT_EQ(host::callCount(kConnectSteps[later]), 0u) << kConnectSteps[later];
@@ -128,7 +128,8 @@ TEST_F(SurfaceConnectionTest, DisconnectOutcomes) {
     host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
     EXPECT_EQ(util()->nativeDisconnectSurface(env, ts.javaSurface), 0);
     expectPendingException(env, "java.lang.IllegalStateException", "injected fault");
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_VERBOSE, "Buffer queue has already been abandoned."));
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_VERBOSE, "Buffer queue has already been abandoned."));
 
     // Released Surface: IllegalArgumentException pending, 0 returned.
     ts.releaseJavaSurface();

@@ -34,7 +34,8 @@ protected:
     }
     static uint32_t fullTransform(const android::BufferItem& item) {
         return item.mTransform |
-               (item.mTransformToDisplayInverse ? NATIVE_WINDOW_TRANSFORM_INVERSE_DISPLAY : 0u);
+               (item.mTransformToDisplayInverse ? uint32_t{NATIVE_WINDOW_TRANSFORM_INVERSE_DISPLAY}
+                                                : 0u);
     }
 
     TestSurface ts;
@@ -107,9 +108,9 @@ TEST_F(SurfaceGeometryTest, OnlyNv21IsOverriddenAndOnlyForDisplays) {
 TEST_F(SurfaceGeometryTest, FailedStepsOfTheFormatStopTheSequence) {
     host::injectFault("window.perform.SET_BUFFERS_FORMAT", -22);
     EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, 1, true), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetSurfaceFormat: Error while setting surface format",
-                                 -22)));
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                   withError("nativeSetSurfaceFormat: Error while setting surface format", -22)));
     EXPECT_EQ(host::callCount("window.perform.SET_USAGE64"), 0u);
     EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_DATASPACE"), 0u);
 
@@ -137,15 +138,15 @@ TEST_F(SurfaceGeometryTest, DimensionsAndUserDimensions) {
 
     host::injectFault("window.perform.SET_BUFFERS_DIMENSIONS", -22);
     EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 10, 10), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetSurfaceDimens: Error while setting surface dimens",
-                                 -22)));
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                   withError("nativeSetSurfaceDimens: Error while setting surface dimens", -22)));
     EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_USER_DIMENSIONS"), 1u);  // the first call
     host::injectFault("window.perform.SET_BUFFERS_USER_DIMENSIONS", -22);
     EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 10, 10), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetSurfaceDimens: Error while setting surface user dimens",
-                                 -22)));
+    EXPECT_TRUE(logged(
+            kSurfaceTag, ANDROID_LOG_ERROR,
+            withError("nativeSetSurfaceDimens: Error while setting surface user dimens", -22)));
     // The dimensions set before the user dimensions failed stay.
     item = nextFrame();
     EXPECT_EQ(item.mGraphicBuffer->getWidth(), 10u);
@@ -154,10 +155,11 @@ TEST_F(SurfaceGeometryTest, DimensionsAndUserDimensions) {
 // The platform's rotation transform, computed here from its definition.
 uint32_t expectedTransform(int facing, int orientation, int mirrorMode) {
     uint32_t mirror = 0;
-    if ((mirrorMode == 0 && facing == 0) || mirrorMode == 2) mirror = NATIVE_WINDOW_TRANSFORM_FLIP_H;
+    if ((mirrorMode == 0 && facing == 0) || mirrorMode == 2)
+        mirror = NATIVE_WINDOW_TRANSFORM_FLIP_H;
     if (mirrorMode == 3) mirror = NATIVE_WINDOW_TRANSFORM_FLIP_V;
-    const uint32_t rotations[] = {0, NATIVE_WINDOW_TRANSFORM_ROT_90, NATIVE_WINDOW_TRANSFORM_ROT_180,
-                                  NATIVE_WINDOW_TRANSFORM_ROT_270};
+    const uint32_t rotations[] = {0, NATIVE_WINDOW_TRANSFORM_ROT_90,
+                                  NATIVE_WINDOW_TRANSFORM_ROT_180, NATIVE_WINDOW_TRANSFORM_ROT_270};
     uint32_t rotation = rotations[orientation / 90];
     uint32_t transform = rotation;
     if (mirror != 0) transform = mirror ^ rotations[(4 - orientation / 90) % 4];
@@ -170,8 +172,8 @@ TEST_F(SurfaceGeometryTest, MirrorTransformForEveryFacingOrientationAndMode) {
             for (int mode = 0; mode <= 3; ++mode) {
                 SCOPED_TRACE(::testing::Message() << "facing " << facing << " orientation "
                                                   << orientation << " mode " << mode);
-                ASSERT_EQ(util()->nativeSetSurfaceMirror(env, ts.javaSurface, facing,
-                                                         orientation, mode),
+                ASSERT_EQ(util()->nativeSetSurfaceMirror(env, ts.javaSurface, facing, orientation,
+                                                         mode),
                           0);
                 EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(facing, orientation, mode));
             }
@@ -197,8 +199,9 @@ TEST_F(SurfaceGeometryTest, RejectedOrientationLeavesTheWindowAlone) {
     ASSERT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 180), 0);
     host::resetFaultsAndCalls();
     EXPECT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 45), -38);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetSurfaceTransform: Invalid rotation transform", -38, "")));
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                   withError("nativeSetSurfaceTransform: Invalid rotation transform", -38, "")));
     EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_TRANSFORM"), 0u);
     EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(1, 180, 0));
 
@@ -210,12 +213,14 @@ TEST_F(SurfaceGeometryTest, RejectedOrientationLeavesTheWindowAlone) {
                                  -19, "")));
     EXPECT_EQ(util()->nativeSetSurfaceOrientation(env, nullptr, 1, 0), -22);
     expectPendingException(env, "java.lang.NullPointerException", "surface");
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       "nativeSetSurfaceTransform: Could not retrieve native window from surface."));
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                   "nativeSetSurfaceTransform: Could not retrieve native window from surface."));
 }
 
 TEST_F(SurfaceGeometryTest, ScalingTimestampAndDataSpaceReachTheQueuedBuffer) {
-    EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface, NATIVE_WINDOW_SCALING_MODE_SCALE_CROP),
+    EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface,
+                                           NATIVE_WINDOW_SCALING_MODE_SCALE_CROP),
               0);
     EXPECT_EQ(util()->nativeSetNextTimestamp(env, ts.javaSurface, -5), 0);
     EXPECT_EQ(util()->nativeSetDataSpaceToSurface(env, ts.javaSurface, 0x8C20000), 0);
@@ -230,25 +235,26 @@ TEST_F(SurfaceGeometryTest, ScalingTimestampAndDataSpaceReachTheQueuedBuffer) {
 
 TEST_F(SurfaceGeometryTest, RefusedSettersReturnTheWindowsCode) {
     EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface, 7), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetScalingMode: Unable to set surface scaling mode, error",
-                                 -22, "")));
+    EXPECT_TRUE(logged(
+            kSurfaceTag, ANDROID_LOG_ERROR,
+            withError("nativeSetScalingMode: Unable to set surface scaling mode, error", -22, "")));
     host::injectFault("window.perform.SET_BUFFERS_TIMESTAMP", -19);
     EXPECT_EQ(util()->nativeSetNextTimestamp(env, ts.javaSurface, 1), -19);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetNextTimestamp: Unable to set surface timestamp, error",
-                                 -19, "")));
+    EXPECT_TRUE(logged(
+            kSurfaceTag, ANDROID_LOG_ERROR,
+            withError("nativeSetNextTimestamp: Unable to set surface timestamp, error", -19, "")));
     host::injectFault("window.perform.SET_BUFFERS_DATASPACE", -19);
     EXPECT_EQ(util()->nativeSetDataSpaceToSurface(env, ts.javaSurface, 0x8C20000), -19);
     EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
                        withError("nativeSetDataSpaceToSurface: Error while setting "
                                  "dataspace(146931712/0x8c20000) to surface",
                                  -19)));
-    for (auto call : {+[](JNIEnv* e) { return util()->nativeSetScalingMode(e, nullptr, 1); },
-                      +[](JNIEnv* e) { return util()->nativeSetNextTimestamp(e, nullptr, 1); },
-                      +[](JNIEnv* e) { return util()->nativeSetSurfaceDimens(e, nullptr, 1, 1); },
-                      +[](JNIEnv* e) { return util()->nativeSetDataSpaceToSurface(e, nullptr, 1); },
-                      +[](JNIEnv* e) { return util()->nativeSetSurfaceFormat(e, nullptr, 1, true); }}) {
+    for (auto call :
+         {+[](JNIEnv* e) { return util()->nativeSetScalingMode(e, nullptr, 1); },
+          +[](JNIEnv* e) { return util()->nativeSetNextTimestamp(e, nullptr, 1); },
+          +[](JNIEnv* e) { return util()->nativeSetSurfaceDimens(e, nullptr, 1, 1); },
+          +[](JNIEnv* e) { return util()->nativeSetDataSpaceToSurface(e, nullptr, 1); },
+          +[](JNIEnv* e) { return util()->nativeSetSurfaceFormat(e, nullptr, 1, true); }}) {
         EXPECT_EQ(call(env), -22);
         expectPendingException(env, "java.lang.NullPointerException", "surface");
     }

@@ -86,16 +86,16 @@ TEST_F(SurfaceQueriesTest, FailedWidthQueryStopsBeforeTheHeight) {
     EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), -19);
     EXPECT_EQ(host::callCount("window.query.HEIGHT"), 0u);
     EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       errorText("nativeDetectSurfaceDimens: Error while querying surface width",
-                                 -19)));
+    EXPECT_TRUE(logged(
+            kSurfaceTag, ANDROID_LOG_ERROR,
+            errorText("nativeDetectSurfaceDimens: Error while querying surface width", -19)));
 
     host::injectFault("window.query.HEIGHT", -110);
     EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), -110);
     EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       errorText("nativeDetectSurfaceDimens: Error while querying surface height",
-                                 -110)));
+    EXPECT_TRUE(logged(
+            kSurfaceTag, ANDROID_LOG_ERROR,
+            errorText("nativeDetectSurfaceDimens: Error while querying surface height", -110)));
     expectNoException();
 }
 
