@@ -82,6 +82,17 @@ int refuseNullAddress(const Frame& f) {
     return android::BAD_VALUE;
 }
 
+// lockForWrite that also refuses a lock yielding no address: *img is then valid on success.
+int lockWithAddress(const Frame& f, uint8_t** img, LockFailure failure, bool announce = true) {
+    int err = lockForWrite(f, img, failure, announce);
+    if (err != 0) return err;
+    if (*img == nullptr) {
+        NLOGE("%s: nullptr after locking buffer for write.", kName);
+        return refuseNullAddress(f);
+    }
+    return 0;
+}
+
 int lockYCbCrForWrite(const Frame& f, android_ycbcr* ycbcr) {
     memset(ycbcr, 0, sizeof(*ycbcr));
     int err = f.buf->lockYCbCr(kWriteUsage, ycbcr);
@@ -112,12 +123,8 @@ int writeRgbaToYv12(const Frame& f) {
         return android::BAD_VALUE;
     }
     uint8_t* img = nullptr;
-    int err = lockForWrite(f, &img, LockFailure::RgbaToYv12);
+    int err = lockWithAddress(f, &img, LockFailure::RgbaToYv12);
     if (err != 0) return err;
-    if (img == nullptr) {
-        NLOGE("%s: nullptr after locking buffer for write.", kName);
-        return refuseNullAddress(f);
-    }
     uint32_t stride = f.stride;
     NLOGV("%s: stride is: %u", kName, stride);
     LOG_ALWAYS_FATAL_IF(stride % 16, "Stride is not 16 pixel aligned %d", stride);
@@ -145,12 +152,8 @@ int writeRgbaToFlexibleYuv(const Frame& f) {
 
 int writeRgbaToNv21(const Frame& f) {
     uint8_t* img = nullptr;
-    int err = lockForWrite(f, &img, LockFailure::RgbaToNv21);
+    int err = lockWithAddress(f, &img, LockFailure::RgbaToNv21);
     if (err != 0) return err;
-    if (img == nullptr) {
-        NLOGE("%s: nullptr after locking buffer for write.", kName);
-        return refuseNullAddress(f);
-    }
     size_t luma = f.lumaSize();
     rgbToYuv420(f.pixels, f.width, f.height, img, img + luma, img + luma + 1, 2, f.width, f.width);
     return 0;
@@ -240,12 +243,8 @@ int writeNv21ToNv21(const Frame& f) {
 
 int writeNv21ToRgb565(const Frame& f) {
     uint8_t* img = nullptr;
-    int err = lockForWrite(f, &img, LockFailure::Plain);
+    int err = lockWithAddress(f, &img, LockFailure::Plain);
     if (err != 0) return err;
-    if (img == nullptr) {
-        NLOGE("%s: nullptr after locking buffer for write.", kName);
-        return refuseNullAddress(f);
-    }
     YuvToRGB565(f.pixels, f.width, f.height, img);
     return 0;
 }
@@ -321,12 +320,8 @@ int writeBlob(const Frame& f) {
         return android::BAD_VALUE;
     }
     uint8_t* img = nullptr;
-    int err = lockForWrite(f, &img, LockFailure::Plain, /*announce=*/false);
+    int err = lockWithAddress(f, &img, LockFailure::Plain, /*announce=*/false);
     if (err != 0) return err;
-    if (img == nullptr) {
-        NLOGE("%s: nullptr after locking buffer for write.", kName);
-        return refuseNullAddress(f);
-    }
     memcpy(img, f.pixels, static_cast<size_t>(f.bufSize));
     uint8_t* footer = img + f.bufferLength - kBlobFooterSize;
     uint32_t jpegSize = static_cast<uint32_t>(f.bufSize);

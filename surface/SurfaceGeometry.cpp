@@ -32,18 +32,24 @@ uint32_t consumerUsageBits(ANativeWindow* anw) {
     return static_cast<uint32_t>(usage);
 }
 
+// Sets the consumer's usage widened without sign, plus `extra`.
+int setUsageAddingTo(ANativeWindow* anw, uint32_t consumerUsage, uint64_t extra, const char* name) {
+    int err = native_window_set_usage(anw, static_cast<uint64_t>(consumerUsage) | extra);
+    if (err != 0) {
+        NLOGE("%s: Failed to set native window usage flag, error %s (%d).", name, strerror(-err),
+              err);
+    }
+    return err;
+}
+
 // The display-surface additions after the format is set: camera-write usage on Qualcomm; the
 // JFIF data space and CPU-write usage on K.ORB and MT.
 int configureDisplaySurface(ANativeWindow* anw, const char* name) {
     if (PlatformUtil::getCurrentVendor() == VENDOR_QCOM) {
         uint32_t usage = consumerUsageBits(anw);
         NLOGV("add usage GRALLOC_USAGE_HW_CAMERA_WRITE");
-        int err = native_window_set_usage(anw, static_cast<uint64_t>(usage) | kCameraWriteUsage);
-        if (err != 0) {
-            NLOGE("%s: Failed to set native window usage flag, error %s (%d).", name,
-                  strerror(-err), err);
-            return err;
-        }
+        int err = setUsageAddingTo(anw, usage, kCameraWriteUsage, name);
+        if (err != 0) return err;
     }
 
     // The vendor is asked anew for each test, as for every step of this sequence.
@@ -65,13 +71,7 @@ int configureDisplaySurface(ANativeWindow* anw, const char* name) {
 
     uint32_t usage = consumerUsageBits(anw);
     NLOGV("add usage GRALLOC_USAGE_SW_WRITE_OFTEN, original 0x%x", usage);
-    err = native_window_set_usage(anw, static_cast<uint64_t>(usage) | GRALLOC_USAGE_SW_WRITE_OFTEN);
-    if (err != 0) {
-        NLOGE("%s: Failed to set native window usage flag, error %s (%d).", name, strerror(-err),
-              err);
-        return err;
-    }
-    return 0;
+    return setUsageAddingTo(anw, usage, GRALLOC_USAGE_SW_WRITE_OFTEN, name);
 }
 
 }  // namespace
