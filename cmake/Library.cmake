@@ -12,6 +12,7 @@ set(NUVRA_LIBRARY_SOURCES
     surface/SurfaceGeometry.cpp
     surface/PixelConversion.cpp
     surface/FrameProducer.cpp
+    surface/FlexibleToNV21.cpp
     surface/PendingOperations.cpp
 )
 # The vendor is fixed in PlatformUtil alone; the other units ask it at run time, so their objects

@@ -15,12 +15,6 @@ int SurfaceNativeUtilImpl::nativeGetJpegFooterSize(JNIEnv*) {
     return android::INVALID_OPERATION;
 }
 
-int SurfaceNativeUtilImpl::nativeConvertFlexibleToNV21(JNIEnv*, jobjectArray, jobject, int, int,
-                                                       jintArray, jintArray) {
-    NOT_AVAILABLE_YET("nativeConvertFlexibleToNV21");
-    return android::INVALID_OPERATION;
-}
-
 jlong SurfaceNativeUtilImpl::nativeGetNativeContext(JNIEnv*, jobject) {
     NOT_AVAILABLE_YET("nativeGetNativeContext");
     return 0;
