@@ -65,13 +65,11 @@ void gatherFlexibleChroma(KernelVariant variant, uint8_t* vu, const uint8_t* u, 
     }
     if (variant != KernelVariant::Scalar && uStep == 2 && vStep == 2 &&
         reinterpret_cast<uintptr_t>(v) == reinterpret_cast<uintptr_t>(u) + 1) {
-        // Cb, Cr pairs in the source: each output row is the U row with its pairs swapped, and
-        // packed source rows make the whole plane one run.
+        // Cb, Cr pairs in the source: each output row is the U row with its pairs swapped. Row by
+        // row even when the rows are packed: rows of camera widths stay far below the length from
+        // which the swap switches to non-temporal stores, which would push the NV21 frame out of
+        // the cache its consumer reads it from.
         const auto swapPairs = detail::rowFunctions(variant).swapPairs;
-        if (uRow == static_cast<ptrdiff_t>(outRow)) {
-            swapPairs(vu, u, rows * pairs);
-            return;
-        }
         for (size_t r = 0; r < rows; ++r) {
             swapPairs(vu + r * outRow, u + static_cast<ptrdiff_t>(r) * uRow, pairs);
         }
