@@ -12,6 +12,10 @@ set(NUVRA_LIBRARY_SOURCES
     surface/SurfaceGeometry.cpp
     surface/PixelConversion.cpp
     surface/FrameProducer.cpp
+    surface/ImageLocking.cpp
+    surface/P010PlaneLayout.cpp
+    surface/JpegSize.cpp
+    surface/ImageToByteBuffer.cpp
     surface/FlexibleToNV21.cpp
     surface/PendingOperations.cpp
 )

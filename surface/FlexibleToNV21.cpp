@@ -7,29 +7,11 @@
 
 #include "SurfaceLog.h"
 #include "SurfaceNativeUtilImpl.h"
+#include "kernels/FlexibleYuv.h"
 
 namespace {
 
 constexpr const char* kConvertName = "convertFromFlexibleYuv";
-
-// The V,U pairs of every chroma row, from any pixel and row strides. At the end of a row V and U
-// both move on by the U plane's row geometry. Strides are signed offsets.
-void gatherChromaVU(uint8_t* dst, const uint8_t* u, const uint8_t* v, int width, int height,
-                    int uRowStride, int uPixelStride, int vPixelStride) {
-    if (height < 2 || width < 2) return;
-    const ptrdiff_t rowAdvance =
-            static_cast<ptrdiff_t>(uRowStride) - static_cast<ptrdiff_t>(width / 2) * uPixelStride;
-    for (int row = 0; row < height / 2; row++) {
-        for (int col = 0; col < width / 2; col++) {
-            *dst++ = *v;
-            *dst++ = *u;
-            v += vPixelStride;
-            u += uPixelStride;
-        }
-        v += rowAdvance;
-        u += rowAdvance;
-    }
-}
 
 void convertFromFlexibleYuv(const uint8_t* y, const uint8_t* u, const uint8_t* v, uint8_t* dst,
                             int width, int height, const jint* rowStrides,
@@ -45,9 +27,9 @@ void convertFromFlexibleYuv(const uint8_t* y, const uint8_t* u, const uint8_t* v
                         2;
         memcpy(dst, y, static_cast<size_t>(bytes));
     } else {
-        for (int row = 0; row < height; row++) {
-            memcpy(dst + static_cast<ptrdiff_t>(row) * width,
-                   y + static_cast<ptrdiff_t>(row) * rowStrides[0], static_cast<size_t>(width));
+        if (height > 0 && width > 0) {
+            nuvra::kernels::copyRowsPacked(dst, y, rowStrides[0], static_cast<size_t>(width),
+                                           static_cast<size_t>(height));
         }
         uint8_t* chroma = dst + lumaSize;
         if (u == v + 1 && pixelStrides[1] == 2) {
@@ -57,9 +39,10 @@ void convertFromFlexibleYuv(const uint8_t* y, const uint8_t* u, const uint8_t* v
                 memcpy(chroma, v, static_cast<size_t>(height / 2) * static_cast<size_t>(width));
             }
         } else {
+            // Any strides: the V,U pairs sample by sample, V walking with U's row geometry.
             NLOGV("%s: Generic->NV21", kConvertName);
-            gatherChromaVU(chroma, u, v, width, height, rowStrides[1], pixelStrides[1],
-                           pixelStrides[2]);
+            nuvra::kernels::gatherFlexibleChroma(chroma, u, v, rowStrides[1], pixelStrides[1],
+                                                 pixelStrides[2], width, height);
         }
     }
     NLOGV("%s: Exit", kConvertName);

@@ -48,6 +48,9 @@ const Layout kLayouts[] = {
         {"planar Nx1", 9, 1, 9, Chroma::Planar, 4, 4, 1, 1, false, kGeneric},
         {"planar 1xN", 1, 5, 1, Chroma::Planar, 1, 1, 1, 1, false, kGeneric},
         {"planar bottom-up", 6, 4, 8, Chroma::Planar, 4, 4, 1, 1, true, kGeneric},
+        // Wide enough for the vectorised rows of the two camera layouts.
+        {"planar wide", 142, 6, 160, Chroma::Planar, 80, 96, 1, 1, false, kGeneric},
+        {"UV wide bottom-up", 198, 4, 200, Chroma::InterleavedUV, 224, 224, 2, 2, true, kGeneric},
 };
 
 // A plane whose first sample (the Java buffer's address) is `rows` rows from either end of its
@@ -111,7 +114,7 @@ TEST_F(FlexibleToNV21Test, EveryLayoutGivesNv21AndNamesItsPath) {
                               l.bottomUp, rng);
             } else {
                 // One buffer of pairs; the fast path reads height / 2 rows of `width` bytes.
-                chroma = makePlane(std::max(ch, 1), l.uRowStride, w + 1, false, rng);
+                chroma = makePlane(std::max(ch, 1), l.uRowStride, w + 1, l.bottomUp, rng);
                 const bool vFirst = l.chroma == Chroma::InterleavedVU;
                 v.first = chroma.first + (vFirst ? 0 : 1);
                 u.first = chroma.first + (vFirst ? 1 : 0);
