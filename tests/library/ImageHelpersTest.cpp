@@ -1,5 +1,5 @@
-// The image helpers below the operations, on records built here: the BLOB trailer search and
-// the checks of gralloc 4 P010 plane layouts.
+// The image helpers below the operations, on records built here: the checks of gralloc 4 P010
+// plane layouts, and the JPEG size of a null record.
 
 #include <android/log.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,6 @@
 
 #include "LibraryTestSupport.h"
 #include "surface/ImageSupport.h"
-#include "tests/kernels/KernelTestSupport.h"
 #include "testsupport/JniTest.h"
 
 namespace nuvra::test {
@@ -20,60 +19,8 @@ using aidl::android::hardware::graphics::common::PlaneLayout;
 using aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
 using android::GraphicBuffer;
 using android::sp;
-using kernels::test::GuardedBuffer;
 
 class ImageHelpersTest : public JniTest {};
-
-struct TrailerCase {
-    const char* name;
-    uint8_t trailer[8];
-    uint32_t width;
-    uint32_t expected;
-    int64_t sizeLine;  // the size the trailer's line shows (%d); -1: no trailer, no line
-    bool warns;
-};
-
-TEST_F(ImageHelpersTest, JpegSizeComesFromAnExactTrailerAtTheBufferEnd) {
-    const TrailerCase cases[] = {
-            {"size 1234", {0xFF, 0, 0, 0, 0xD2, 0x04, 0, 0}, 4096, 1234, 1234, false},
-            {"size past the width", {0xFF, 0, 0, 0, 0x00, 0x20, 0, 0}, 4096, 8192, 8192, false},
-            {"all 32 size bits",
-             {0xFF, 0, 0, 0, 0x01, 0x02, 0x03, 0x84},
-             64,
-             0x84030201u,
-             static_cast<int32_t>(0x84030201u),
-             false},
-            {"non-zero padding", {0xFF, 0, 1, 0, 0xD2, 0x04, 0, 0}, 4096, 4096, -1, true},
-            {"id byte order", {0, 0xFF, 0, 0, 0xD2, 0x04, 0, 0}, 4096, 4096, -1, true},
-            {"size 0", {0xFF, 0, 0, 0, 0, 0, 0, 0}, 333, 333, 0, true},
-            {"trailer only", {0xFF, 0, 0, 0, 8, 0, 0, 0}, 8, 8, 8, false},
-    };
-    setLogLevel("V");
-    for (const TrailerCase& c : cases) {
-        SCOPED_TRACE(c.name);
-        host::clearCapturedLogs();
-        // The trailer is the last 8 of `width` bytes, right against an inaccessible page.
-        GuardedBuffer blob(c.width, GuardedBuffer::Fence::After);
-        memcpy(blob.data() + c.width - 8, c.trailer, 8);
-        LockedBuffer locked;
-        locked.data = blob.data();
-        locked.width = c.width;
-        locked.height = 1;
-        EXPECT_EQ(Image_getJpegSize(&locked, true), c.expected);
-        std::vector<std::string> lines = {"2/NuvraSurfaceUtil: Image_getJpegSize"};
-        if (c.sizeLine != -1) {
-            lines.push_back("2/NuvraSurfaceUtil: Image_getJpegSize: Jpeg size = " +
-                            std::to_string(c.sizeLine));
-        }
-        if (c.warns) {
-            lines.push_back(
-                    "5/NuvraSurfaceUtil: Image_getJpegSize: No JPEG header detected, defaulting "
-                    "to size=width=" +
-                    std::to_string(c.width));
-        }
-        EXPECT_EQ(allLogLines(), lines);
-    }
-}
 
 TEST_F(ImageHelpersTest, JpegSizeOfANullRecordIsFatal) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -88,8 +88,12 @@ struct Image {
 
 class ImageReadTest : public JniTest {
 protected:
-    std::unique_ptr<Reader> openReader(int javaFormat, uint32_t width, uint32_t height,
-                                       int maxImages = 2) {
+    // A reader for frames like `f`: NV21 goes to a flexible YUV reader, BLOB to a JPEG one.
+    std::unique_ptr<Reader> openReader(const Frame& f, int maxImages = 2) {
+        const int javaFormat = f.halFormat == HAL_PIXEL_FORMAT_YCrCb_420_SP ? 0x23
+                               : f.halFormat == HAL_PIXEL_FORMAT_BLOB       ? kJavaJpeg
+                                                                            : f.halFormat;
+        const uint32_t width = f.width, height = f.height;
         auto r = std::make_unique<Reader>();
         r->env = env;
         jclass cls = env->FindClass("android/media/ImageReader");
@@ -225,20 +229,18 @@ std::vector<uint8_t> jpegTrailer(uint16_t id, uint16_t padding, uint32_t size) {
 
 struct FormatCase {
     const char* name;
-    int javaFormat;
     Frame frame;
 };
 
 const FormatCase kFormats[] = {
-        {"NV21 in a flexible reader", 0x23, {HAL_PIXEL_FORMAT_YCrCb_420_SP, 64, 48}},
-        {"YCbCr_420_888 odd", 0x23, {HAL_PIXEL_FORMAT_YCbCr_420_888, 38, 22}},
-        {"RAW16", 0x20, {HAL_PIXEL_FORMAT_RAW16, 40, 30}},
-        {"Y16", 0x20363159, {HAL_PIXEL_FORMAT_Y16, 36, 20, HAL_DATASPACE_DEPTH}},
-        {"RAW10", 0x25, {HAL_PIXEL_FORMAT_RAW10, 52, 16}},
-        {"RAW12", 0x26, {HAL_PIXEL_FORMAT_RAW12, 50, 18}},
-        {"P010", 0x36, {HAL_PIXEL_FORMAT_YCBCR_P010, 64, 36, HAL_DATASPACE_BT2020_HLG}},
+        {"NV21 in a flexible reader", {HAL_PIXEL_FORMAT_YCrCb_420_SP, 64, 48}},
+        {"YCbCr_420_888 odd", {HAL_PIXEL_FORMAT_YCbCr_420_888, 38, 22}},
+        {"RAW16", {HAL_PIXEL_FORMAT_RAW16, 40, 30}},
+        {"Y16", {HAL_PIXEL_FORMAT_Y16, 36, 20, HAL_DATASPACE_DEPTH}},
+        {"RAW10", {HAL_PIXEL_FORMAT_RAW10, 52, 16}},
+        {"RAW12", {HAL_PIXEL_FORMAT_RAW12, 50, 18}},
+        {"P010", {HAL_PIXEL_FORMAT_YCBCR_P010, 64, 36, HAL_DATASPACE_BT2020_HLG}},
         {"JPEG",
-         kJavaJpeg,
          {HAL_PIXEL_FORMAT_BLOB, 6000, 1, HAL_DATASPACE_V0_JFIF, jpegTrailer(0xFF, 0, 4321)}},
 };
 
@@ -248,7 +250,7 @@ TEST_F(ImageReadTest, EveryFormatIsWrappedAndCopiedWithTheLayoutsSize) {
         useProfile(profile);
         for (const FormatCase& c : kFormats) {
             SCOPED_TRACE(std::string(profile) + ", " + c.name);
-            std::unique_ptr<Reader> r = openReader(c.javaFormat, c.frame.width, c.frame.height);
+            std::unique_ptr<Reader> r = openReader(c.frame);
             Image img = queueAndAcquire(*r, c.frame);
             ASSERT_NE(img.item, nullptr);
             const Expected e = expectedFor(c.frame, img.layout, 4321);
@@ -310,8 +312,9 @@ TEST_F(ImageReadTest, EveryFormatIsWrappedAndCopiedWithTheLayoutsSize) {
 
 TEST_F(ImageReadTest, NV21WrapWritesItsLinesInOrder) {
     setLogLevel("V");
-    std::unique_ptr<Reader> r = openReader(0x23, 64, 48);
-    Image img = queueAndAcquire(*r, {HAL_PIXEL_FORMAT_YCrCb_420_SP, 64, 48});
+    const Frame nv21(HAL_PIXEL_FORMAT_YCrCb_420_SP, 64, 48);
+    std::unique_ptr<Reader> r = openReader(nv21);
+    Image img = queueAndAcquire(*r, nv21);
     ASSERT_NE(util()->nativeGetBufferfromImage(env, img.image), nullptr);
     const std::string lock = "2/NuvraSurfaceUtil: lockImageFromBuffer: ";
     EXPECT_EQ(allLogLines(),
@@ -334,8 +337,8 @@ TEST_F(ImageReadTest, NV21WrapWritesItsLinesInOrder) {
 // Closing an image hands its buffer back to the queue, also after a refused copy left it
 // locked: with one image allowed, the next frame can be acquired only then.
 TEST_F(ImageReadTest, CloseReleasesTheBufferToTheQueue) {
-    std::unique_ptr<Reader> r = openReader(0x20, 32, 16, 1);
-    const Frame raw{HAL_PIXEL_FORMAT_RAW16, 32, 16};
+    const Frame raw(HAL_PIXEL_FORMAT_RAW16, 32, 16);
+    std::unique_ptr<Reader> r = openReader(raw, 1);
     Image first = queueAndAcquire(*r, raw);
     std::vector<uint8_t> small(8);
     ASSERT_EQ(util()->nativePutByteBufferFromImage(env, first.image,
@@ -353,8 +356,9 @@ TEST_F(ImageReadTest, CloseReleasesTheBufferToTheQueue) {
 }
 
 TEST_F(ImageReadTest, ReleasedImagesWarnAndGiveNeutralValues) {
-    std::unique_ptr<Reader> r = openReader(0x20, 16, 8);
-    Image img = queueAndAcquire(*r, {HAL_PIXEL_FORMAT_RAW16, 16, 8});
+    const Frame raw(HAL_PIXEL_FORMAT_RAW16, 16, 8);
+    std::unique_ptr<Reader> r = openReader(raw);
+    Image img = queueAndAcquire(*r, raw);
     close(img.image);
     host::clearCapturedLogs();
     std::vector<uint8_t> bytes(16 * 8 * 2);
@@ -373,122 +377,88 @@ TEST_F(ImageReadTest, ReleasedImagesWarnAndGiveNeutralValues) {
     EXPECT_TRUE(host::recordedCalls().empty());
 }
 
-// Images the operations refuse or can lock only in part: the status, the lines and that every
-// lock that succeeded was undone.
+// Images the operations refuse or can lock only in part: the address handed out, the wrap's
+// lines from warning up, and that every lock that succeeded was undone.
 struct RefusalCase {
     const char* name;
-    int javaFormat;
     Frame frame;
-    const char* fault;  // armed with faultStatus before the calls
-    int faultStatus;
-    bool refusedP010Layouts;
-    jlong context;                       // 0 or 1 for the mapping's address
-    std::vector<std::string> wrapLines;  // "P/text" of the wrap call after its entry line
+    const char* fault;                   // armed with -5 before each call
+    std::vector<std::string> wrapLines;  // empty: the wrap is not called
 };
 
 TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
-    const std::string lock = "lockImageFromBuffer: ";
+    const std::string lock = "6/lockImageFromBuffer: ";
+    const std::string wrap = "6/nativeGetBufferfromImage: ";
+    const std::string failed = wrap + "nativeGetBufferfromImage is failed";
+    const std::string unlockFailed = "6/unlockImageFromBuffer: Unlock buffer failed!";
     const RefusalCase cases[] = {
             {"opaque buffer",
-             kJavaPrivate,
-             {HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED, 32, 16},
+             Frame(kJavaPrivate, 32, 16),
              nullptr,
-             0,
-             false,
-             0,
-             {"6/" + lock + "Opaque format buffer is not lockable!",
-              "6/" + lock + "Lock graphic buffer failed!(-22)",
-              "6/nativeGetBufferfromImage: No support format 0",
-              "6/nativeGetBufferfromImage: nativeGetBufferfromImage is failed",
-              "6/unlockImageFromBuffer: Unlock buffer failed!"}},
-            {"RGBA is not an image format of the copies",
-             0x1,
-             {HAL_PIXEL_FORMAT_RGBA_8888, 16, 16},
+             {lock + "Opaque format buffer is not lockable!",
+              lock + "Lock graphic buffer failed!(-22)", wrap + "No support format 0", failed,
+              unlockFailed}},
+            {"RGBA",
+             Frame(HAL_PIXEL_FORMAT_RGBA_8888, 16, 16),
              nullptr,
-             0,
-             false,
-             1,
-             {"6/nativeGetBufferfromImage: No support format 1",
-              "6/nativeGetBufferfromImage: nativeGetBufferfromImage is failed"}},
-            {"Y8 neither",
-             0x20203859,
-             {HAL_PIXEL_FORMAT_Y8, 16, 16},
+             {wrap + "No support format 1", failed}},
+            {"Y8",
+             Frame(HAL_PIXEL_FORMAT_Y8, 16, 16),
              nullptr,
-             0,
-             false,
-             1,
-             {"6/nativeGetBufferfromImage: No support format 538982489",
-              "6/nativeGetBufferfromImage: nativeGetBufferfromImage is failed"}},
+             {wrap + "No support format 538982489", failed}},
             {"whole-buffer lock fails",
-             0x20,
-             {HAL_PIXEL_FORMAT_RAW16, 16, 16},
+             Frame(HAL_PIXEL_FORMAT_RAW16, 16, 16),
              "buffer.lockAsync",
-             -5,
-             false,
-             0,
-             {"6/" + lock + "Lock buffer failed with lockAsync!(-5, format 32)",
-              "6/" + lock + "Lock graphic buffer failed!(-5)",
-              "6/nativeGetBufferfromImage: No support format 0",
-              "6/nativeGetBufferfromImage: nativeGetBufferfromImage is failed",
-              "6/unlockImageFromBuffer: Unlock buffer failed!"}},
-            {"YCbCr lock fails: whole-buffer lock, no chroma",
-             0x23,
-             {HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 16},
+             {lock + "Lock buffer failed with lockAsync!(-5, format 32)",
+              lock + "Lock graphic buffer failed!(-5)", wrap + "No support format 0", failed,
+              unlockFailed}},
+            // Locked whole instead, without chroma: the flexible size would count the rows up to
+            // address 0, so only the address is asked for.
+            {"YCbCr lock fails",
+             Frame(HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 16),
              "buffer.lockAsyncYCbCr",
-             -22,
-             false,
-             1,
              {}},
             {"P010 layouts refused: luma only",
-             0x36,
-             {HAL_PIXEL_FORMAT_YCBCR_P010, 16, 16},
+             Frame(HAL_PIXEL_FORMAT_YCBCR_P010, 16, 16),
              nullptr,
-             0,
-             true,
-             1,
-             {"6/extractP010Gralloc4PlaneLayout: sizeInBits(8) of one of plane layout "
-              "components is not 10",
-              "5/" + lock +
-                      "Extract Gralloc4PlaneLayout for P010 image failed, only luma info "
-                      "is available",
-              "3/nativeGetBufferfromImage: format 54, size(width 16 height 16), buffer(stride "
-              "32 heightSlice 16)"}},
+             {"6/extractP010Gralloc4PlaneLayout: sizeInBits(8) of one of plane layout components "
+              "is not 10",
+              "5/lockImageFromBuffer: Extract Gralloc4PlaneLayout for P010 image failed, only "
+              "luma info is available",
+              "3/nativeGetBufferfromImage: format 54, size(width 16 height 16), buffer(stride 32 "
+              "heightSlice 16)"}},
     };
     for (const RefusalCase& c : cases) {
         SCOPED_TRACE(c.name);
-        std::unique_ptr<Reader> r = openReader(c.javaFormat, c.frame.width, c.frame.height);
+        std::unique_ptr<Reader> r = openReader(c.frame);
         Image img = queueAndAcquire(*r, c.frame);
         ASSERT_NE(img.item, nullptr);
-        if (c.refusedP010Layouts) {
-            host::PlaneLayouts nv12(2);
-            nv12[0].components = {host::planeLayoutComponent(
+        const bool p010 = c.frame.halFormat == HAL_PIXEL_FORMAT_YCBCR_P010;
+        if (p010) {
+            host::PlaneLayouts eightBit(1);
+            eightBit[0].components = {host::planeLayoutComponent(
                     aidl::android::hardware::graphics::common::PlaneLayoutComponentType::Y, 0, 8)};
-            host::setPlaneLayoutOverride(android::OK, nv12);
+            host::setPlaneLayoutOverride(android::OK, eightBit);
         }
-        auto arm = [&] {
-            if (c.fault != nullptr) host::injectFault(c.fault, c.faultStatus);
-        };
-        arm();
+        const bool lockFails = c.frame.halFormat == kJavaPrivate ||
+                               (c.fault != nullptr && std::string(c.fault) == "buffer.lockAsync");
+        if (c.fault != nullptr) host::injectFault(c.fault, -5);
         EXPECT_EQ(util()->nativeGetNativeContext(env, img.image),
-                  c.context != 0 ? reinterpret_cast<jlong>(img.base) : 0);
+                  lockFails ? 0 : reinterpret_cast<jlong>(img.base));
         EXPECT_FALSE(leftLocked(img));
-        if (c.fault != nullptr && std::string(c.fault) == "buffer.lockAsyncYCbCr") {
-            EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_WARN,
-                               lock + "Lock buffer failed with lockAsyncYCbCr!(-22, format 17)"));
-            EXPECT_EQ(host::callCount("buffer.lockAsync"), 1u);
-        }
-
         if (c.wrapLines.empty()) {
-            // No chroma addresses: the flexible size would count rows up to address 0.
+            EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_WARN,
+                               "lockImageFromBuffer: Lock buffer failed with "
+                               "lockAsyncYCbCr!(-5, format 17)"));
+            EXPECT_EQ(host::callCount("buffer.lockAsync"), 1u);
             close(img.image);
             continue;
         }
-        arm();
+
+        if (c.fault != nullptr) host::injectFault(c.fault, -5);
         host::clearCapturedLogs();
         jobject wrapped = util()->nativeGetBufferfromImage(env, img.image);
-        EXPECT_EQ(wrapped == nullptr, c.context == 0 ||
-                                              c.frame.halFormat == HAL_PIXEL_FORMAT_RGBA_8888 ||
-                                              c.frame.halFormat == HAL_PIXEL_FORMAT_Y8);
+        EXPECT_EQ(wrapped != nullptr, p010);
         EXPECT_FALSE(leftLocked(img));
         std::vector<std::string> lines;
         for (const host::LogLine& l : host::capturedLogs()) {
@@ -497,7 +467,7 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
         }
         EXPECT_EQ(lines, c.wrapLines);
 
-        if (c.refusedP010Layouts) {
+        if (p010) {
             // Luma only: three times the luma plane's bytes, stride counted in 16-bit samples.
             const size_t size = 3 * img.layout.stride * c.frame.height;
             GuardedBuffer dst(size, GuardedBuffer::Fence::After);
@@ -512,9 +482,10 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
 }
 
 TEST_F(ImageReadTest, CopiesRefuseBuffersThatAreNotDirectOrTooSmallForTheJpeg) {
-    std::unique_ptr<Reader> r = openReader(kJavaJpeg, 4096, 1);
-    Image img = queueAndAcquire(*r, {HAL_PIXEL_FORMAT_BLOB, 4096, 1, HAL_DATASPACE_V0_JFIF,
-                                     jpegTrailer(0xFF, 0, 1234)});
+    const Frame jpeg(HAL_PIXEL_FORMAT_BLOB, 4096, 1, HAL_DATASPACE_V0_JFIF,
+                     jpegTrailer(0xFF, 0, 1234));
+    std::unique_ptr<Reader> r = openReader(jpeg);
+    Image img = queueAndAcquire(*r, jpeg);
     jclass byteBuffer = env->FindClass("java/nio/ByteBuffer");
     jobject heap = env->CallStaticObjectMethod(
             byteBuffer, env->GetStaticMethodID(byteBuffer, "allocate", "(I)Ljava/nio/ByteBuffer;"),
@@ -540,7 +511,7 @@ TEST_F(ImageReadTest, CopiesRefuseBuffersThatAreNotDirectOrTooSmallForTheJpeg) {
 }
 
 TEST_F(ImageReadTest, JpegSizeFallsBackToTheBufferSizeWithoutAnExactTrailer) {
-    std::unique_ptr<Reader> r = openReader(kJavaJpeg, 3000, 1);
+    std::unique_ptr<Reader> r = openReader(Frame(HAL_PIXEL_FORMAT_BLOB, 3000, 1));
     struct {
         std::vector<uint8_t> trailer;
         int expected;
@@ -612,8 +583,9 @@ int dataSpaceThroughCountingEnv(JavaVM* vm, jobject image) {
 TEST_F(ImageReadTest, FirstLookupRunsOnceAcrossThreadsAndAbortsWithoutTheField) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto withImage = [this](auto body) {
-        std::unique_ptr<Reader> r = openReader(0x20, 16, 8);
-        Image img = queueAndAcquire(*r, {HAL_PIXEL_FORMAT_RAW16, 16, 8, HAL_DATASPACE_DEPTH});
+        const Frame raw(HAL_PIXEL_FORMAT_RAW16, 16, 8, HAL_DATASPACE_DEPTH);
+        std::unique_ptr<Reader> r = openReader(raw);
+        Image img = queueAndAcquire(*r, raw);
         jobject image = env->NewGlobalRef(img.image);
         JavaVM* vm = nullptr;
         env->GetJavaVM(&vm);
