@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <gui/BufferItem.h>
 #include <gui/Surface.h>
+#include <hostcamera/CameraSource.h>
 #include <hostcontrol/DeviceProfile.h>
 #include <hostcontrol/FaultInjection.h>
 #include <system/window.h>
@@ -530,6 +531,37 @@ TEST_F(ImageReadTest, JpegSizeFallsBackToTheBufferSizeWithoutAnExactTrailer) {
         close(img.image);
     }
     EXPECT_EQ(util()->nativeGetJpegFooterSize(env), 8);
+}
+
+// A camera queues its frames with acquire fences that signal later. With the reader leaving the
+// fence to whoever reads the image, the library's lock waits for it.
+TEST_F(ImageReadTest, LocksWaitForTheCamerasAcquireFence) {
+    host::setProperty("host.imagereader.fence_wait", "lock");
+    const Frame nv21(HAL_PIXEL_FORMAT_YCrCb_420_SP, 64, 48);
+    std::unique_ptr<Reader> r = openReader(nv21);
+    native_window_api_disconnect(r->producer.get(), NATIVE_WINDOW_API_CPU);
+    r->producer.clear();
+    host::CameraSourceConfig config;
+    config.format = nv21.halFormat;
+    config.width = nv21.width;
+    config.height = nv21.height;
+    config.fenceDelayUs = 300000;
+    std::unique_ptr<host::CameraSource> camera =
+            host::CameraSource::connect(env, r->surface, config);
+    ASSERT_NE(camera, nullptr);
+    ASSERT_EQ(camera->queueFrame(host::makeTestCard(64, 48), 1000), android::OK);
+    const auto queued = std::chrono::steady_clock::now();
+    jclass cls = env->GetObjectClass(r->reader);
+    jobject image = env->CallObjectMethod(
+            r->reader, env->GetMethodID(cls, "acquireNextImage", "()Landroid/media/Image;"));
+    checkJava(env, "acquireNextImage");
+    std::vector<uint8_t> copy(64 * 48 * 3 / 2);
+    ASSERT_EQ(util()->nativePutByteBufferFromImage(env, image,
+                                                   directBuffer(copy.data(), copy.size())),
+              0);
+    EXPECT_GE(std::chrono::steady_clock::now() - queued, std::chrono::milliseconds(250));
+    EXPECT_EQ(copy, host::readBufferContents(*camera->lastBuffer()));
+    close(image);
 }
 
 // ---- The one-time lookup of the image's field ----
