@@ -270,6 +270,7 @@ TEST_F(SurfaceTest, QueuedBytesReachTheConsumerExactly) {
 
 TEST_F(SurfaceTest, EveryWindowRequestIsRecordedAndInjectable) {
     connect();
+    ASSERT_EQ(OK, native_window_set_usage(mWindow, GRALLOC_USAGE_SW_WRITE_OFTEN));
     host::clearRecordedCalls();
 
     // A frame as the library produces it.
@@ -405,6 +406,7 @@ TEST_F(SurfaceTest, ThousandsOfFramesLeakNoDescriptor) {
             ASSERT_EQ(OK, native_window_api_disconnect(mWindow, NATIVE_WINDOW_API_CPU));
             ASSERT_EQ(OK, native_window_api_connect(mWindow, NATIVE_WINDOW_API_CPU));
             ASSERT_EQ(OK, native_window_set_buffers_format(mWindow, HAL_PIXEL_FORMAT_YCrCb_420_SP));
+            ASSERT_EQ(OK, native_window_set_usage(mWindow, GRALLOC_USAGE_SW_WRITE_OFTEN));
         }
         ANativeWindowBuffer* anb = nullptr;
         ASSERT_EQ(OK, native_window_dequeue_buffer_and_wait(mWindow, &anb));
