@@ -94,7 +94,7 @@ TEST(Nv21ToRgb565Examples, KnownPixels) {
                 nv21[kExampleWidth * 2 + i + 1] = c.u;
             }
             std::vector<uint8_t> out(kExampleWidth * 2 * 2, 0);
-            nv21ToRgb565(v, nv21.data(), kExampleWidth, 2, out.data());
+            nv21ToRgb565(v, nv21.data(), nv21.size(), kExampleWidth, 2, out.data());
             const uint16_t expected = modelRgb565(c.y, c.u, c.v);
             for (size_t i = 0; i < out.size(); i += 2) {
                 ASSERT_EQ(out[i] | out[i + 1] << 8, expected) << "pixel " << i / 2;
@@ -190,7 +190,8 @@ TEST(Nv21ToRgb565Sweep, EveryYuvValue) {
             nv21[i] = static_cast<uint8_t>(v);
             nv21[i + 1] = static_cast<uint8_t>(((i - kWidth * kHeight) / 2) % 256);
         }
-        nv21ToRgb565(KernelVariant::Scalar, nv21.data(), kWidth, kHeight, reference.data());
+        nv21ToRgb565(KernelVariant::Scalar, nv21.data(), nv21.size(), kWidth, kHeight,
+                     reference.data());
         for (size_t row = 0; row < kHeight; ++row) {
             for (size_t x = 0; x < kWidth; ++x) {
                 const int y = static_cast<int>(2 * row + x % 2);
@@ -200,7 +201,7 @@ TEST(Nv21ToRgb565Sweep, EveryYuvValue) {
             }
         }
         for (KernelVariant variant : variants) {
-            nv21ToRgb565(variant, nv21.data(), kWidth, kHeight, out.data());
+            nv21ToRgb565(variant, nv21.data(), nv21.size(), kWidth, kHeight, out.data());
             ASSERT_EQ(0, memcmp(out.data(), reference.data(), out.size()))
                     << variantName(variant) << " v " << v;
         }

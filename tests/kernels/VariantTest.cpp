@@ -188,20 +188,24 @@ std::vector<std::pair<int, int>> rgb565Sizes() {
 TEST_P(KernelVariantTest, Nv21ToRgb565MatchesModelInsideFencedBuffers) {
     std::mt19937 rng(7);
     for (const auto& [w, h] : rgb565Sizes()) {
-        for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
-            for (Fill fill : {Fill::Random, Fill::Extremes}) {
-                SCOPED_TRACE(testing::Message() << w << "x" << h << " fill " << int(fill));
-                const size_t uw = w > 0 ? size_t(w) : 0;
-                const size_t uh = h > 0 ? size_t(h) : 0;
-                GuardedBuffer in(uw * uh + (uh / 2) * uw, fence);
-                fillBytes(in.data(), in.size(), fill, rng);
+        const size_t uw = w > 0 ? size_t(w) : 0;
+        const size_t uh = h > 0 ? size_t(h) : 0;
+        // ceil(h / 2) chroma rows, exactly w * h * 3 / 2 bytes (ending inside the last chroma
+        // row of an odd height), h / 2 rows, and a frame cut inside its luma.
+        const size_t inputSizes[] = {uw * uh + (uh + 1) / 2 * uw, uw * uh * 3 / 2,
+                                     uw * uh + (uh / 2) * uw, uw * uh / 2};
+        for (size_t inputSize : inputSizes) {
+            for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
+                SCOPED_TRACE(testing::Message() << w << "x" << h << " from " << inputSize);
+                GuardedBuffer in(inputSize, fence);
+                fillBytes(in.data(), in.size(), Fill::Random, rng);
                 GuardedBuffer out(uw * uh * 2, fence);
-                nv21ToRgb565(GetParam(), in.data(), w, h, out.data());
+                nv21ToRgb565(GetParam(), in.data(), in.size(), w, h, out.data());
                 std::vector<uint8_t> expected(out.size(), kCanary);
-                modelNv21ToRgb565(in.data(), w, h, expected.data());
+                modelNv21ToRgb565(in.data(), in.size(), w, h, expected.data());
                 ASSERT_EQ(out.bytes(), expected);
                 std::vector<uint8_t> scalar(out.size(), kCanary);
-                nv21ToRgb565(KernelVariant::Scalar, in.data(), w, h, scalar.data());
+                nv21ToRgb565(KernelVariant::Scalar, in.data(), in.size(), w, h, scalar.data());
                 ASSERT_EQ(out.bytes(), scalar);
             }
         }
