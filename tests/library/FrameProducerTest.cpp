@@ -9,12 +9,12 @@
 #include <ui/HostGrallocGuard.h>
 #include <ui/HostGrallocLayout.h>
 
-#include <cmath>
 #include <cstring>
 #include <random>
 
 #include "LibraryTestSupport.h"
 #include "SurfaceTestSupport.h"
+#include "tests/kernels/KernelTestSupport.h"
 
 namespace nuvra::test {
 namespace {
@@ -27,18 +27,23 @@ constexpr int kVenusNv21 = 0x114;
 constexpr int kVenusNv12 = 0x7FA30C04;
 constexpr int kNv21M = 0x11D;
 
-int floorDiv256(int v) {
-    return static_cast<int>(std::floor(v / 256.0));
-}
+// The conversion formulas, as the kernel tests model them.
+using kernels::test::modelCb;
+using kernels::test::modelCr;
+using kernels::test::modelY;
 uint8_t lumaOf(const uint8_t* p) {
-    return floorDiv256(77 * p[0] + 150 * p[1] + 29 * p[2]);
+    return modelY(p[0], p[1], p[2]);
 }
 uint8_t cbOf(const uint8_t* p) {
-    return floorDiv256(-43 * p[0] - 85 * p[1] + 128 * p[2]) + 128;
+    return modelCb(p[0], p[1], p[2]);
 }
 uint8_t crOf(const uint8_t* p) {
-    return floorDiv256(128 * p[0] - 107 * p[1] - 21 * p[2]) + 128;
+    return modelCr(p[0], p[1], p[2]);
 }
+uint16_t rgb565Of(int y, int v, int u) {
+    return kernels::test::modelRgb565(y, u, v);
+}
+
 // Lines of the mapper's error for an unlock of a buffer that is not locked.
 size_t mapperUnlockErrors() {
     size_t count = 0;
@@ -46,16 +51,6 @@ size_t mapperUnlockErrors() {
         if (line.tag == "Gralloc4" && line.priority == ANDROID_LOG_ERROR) ++count;
     }
     return count;
-}
-
-uint16_t rgb565Of(int y, int v, int u) {
-    auto clamp = [](int x) { return x < 0 ? 0 : (x > 255 ? 255 : x); };
-    v -= 128;
-    u -= 128;
-    int r = clamp(y + floorDiv256(359 * v));
-    int g = clamp(y - floorDiv256(88 * u + 183 * v));
-    int b = clamp(y + floorDiv256(454 * u));
-    return static_cast<uint16_t>((r >> 3) << 11 | (g >> 2) << 5 | (b >> 3));
 }
 
 std::vector<uint8_t> randomBytes(size_t n, uint32_t seed) {
@@ -377,55 +372,45 @@ TEST_F(FrameProducerTest, Nv21IntoRgb565FollowsThePixelWalkWhereTheInputHoldsIt)
     }
 }
 
-TEST_F(FrameProducerTest, VenusNv21PutsTheChromaAfterAlignedLumaRows) {
-    const int w = 64, h = 20;
-    makeSurface(kVenusNv21, w, h);
-    std::vector<uint8_t> nv21 = randomBytes(w * h * 3 / 2, 7);
-    int status = produce(nv21, w, h, HAL_PIXEL_FORMAT_YCrCb_420_SP);
-#if defined(NUVRA_TEST_VENDOR_QCOM)
-    ASSERT_EQ(status, 0);
-    std::optional<Received> r = receive();
-    ASSERT_TRUE(r);
-    EXPECT_EQ(memcmp(&r->bytes[0], &nv21[0], w * h), 0);
-    EXPECT_EQ(memcmp(&r->bytes[32 * w], &nv21[w * h], w * h / 2), 0);
-#else
-    EXPECT_EQ(status, -38);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       "produceFrame: Convert 420sp to venus is working with qcom only (0x114)"));
-    expectCancelled();
-#endif
-}
-
-TEST_F(FrameProducerTest, VenusNv12SwapsEveryChromaPair) {
-    for (int w : {128, 40}) {  // luma stride equal to the width, then padded
-        SCOPED_TRACE(w);
-        const int h = 6;
-        makeSurface(kVenusNv12, w, h);
-        std::vector<uint8_t> nv21 = randomBytes(w * h * 3 / 2, 8);
-        nv21[w * h] = 0x10;
-        nv21[w * h + 1] = 0x20;
-        int status = produce(nv21, w, h, HAL_PIXEL_FORMAT_YCrCb_420_SP);
+// Venus NV21: luma at pitch `width`, the chroma unchanged after the luma rows rounded up to 32.
+// Venus NV12: every chroma pair swapped, as one run when the luma stride is the width and at the
+// chroma stride otherwise. Nothing else of the buffer is written. Qualcomm only.
+TEST_F(FrameProducerTest, VenusTargetsPlaceAndOrderTheChroma) {
+    const struct {
+        int format, w, h;
+    } cases[] = {{kVenusNv21, 64, 20}, {kVenusNv12, 128, 6}, {kVenusNv12, 40, 6}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.format << " " << c.w << "x" << c.h);
+        makeSurface(c.format, c.w, c.h);
+        std::vector<uint8_t> nv21 = randomBytes(c.w * c.h * 3 / 2, 7);
+        const size_t luma = c.w * c.h;
+        int status = produce(nv21, c.w, c.h, HAL_PIXEL_FORMAT_YCrCb_420_SP);
 #if defined(NUVRA_TEST_VENDOR_QCOM)
         ASSERT_EQ(status, 0);
         std::optional<Received> r = receive();
         ASSERT_TRUE(r);
         const host::GrallocLayout& l = r->layout;
-        EXPECT_EQ(r->bytes[l.cbOffset], 0x20);
-        EXPECT_EQ(r->bytes[l.cbOffset + 1], 0x10);
-        for (int y = 0; y < h; ++y) {
-            ASSERT_EQ(memcmp(&r->bytes[l.yOffset + y * l.yStride], &nv21[y * w], w), 0);
-        }
-        // Whole-plane writes ignore the chroma stride; padded ones use it.
-        size_t pitch = (l.yStride == static_cast<uint32_t>(w)) ? w : l.cStride;
-        for (int y = 0; y < h / 2; ++y) {
-            for (int x = 0; x < w; x += 2) {
-                const uint8_t* src = &nv21[w * h + y * w + x];
-                ASSERT_EQ(r->bytes[l.cbOffset + y * pitch + x], src[1]);
-                ASSERT_EQ(r->bytes[l.cbOffset + y * pitch + x + 1], src[0]);
+        std::vector<uint8_t> expected(l.size, 0);
+        if (c.format == kVenusNv21) {
+            memcpy(expected.data(), nv21.data(), luma);
+            memcpy(&expected[(c.h + 31) / 32 * 32 * c.w], &nv21[luma], luma / 2);
+        } else {
+            const size_t pitch = l.yStride == static_cast<uint32_t>(c.w) ? c.w : l.cStride;
+            for (int y = 0; y < c.h; ++y) {
+                memcpy(&expected[l.yOffset + y * l.yStride], &nv21[y * c.w], c.w);
+                for (int x = 0; y < c.h / 2 && x < c.w; x += 2) {
+                    expected[l.cbOffset + y * pitch + x] = nv21[luma + y * c.w + x + 1];
+                    expected[l.cbOffset + y * pitch + x + 1] = nv21[luma + y * c.w + x];
+                }
             }
         }
+        EXPECT_EQ(r->bytes, expected);
 #else
         EXPECT_EQ(status, -38);
+        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                           "produceFrame: Convert 420sp to venus is working with qcom only (" +
+                                   std::string(c.format == kVenusNv21 ? "0x114" : "0x7fa30c04") +
+                                   ")"));
         expectCancelled();
 #endif
     }
@@ -433,38 +418,49 @@ TEST_F(FrameProducerTest, VenusNv12SwapsEveryChromaPair) {
 
 // ---- BLOB input ----
 
-TEST_F(FrameProducerTest, BlobGetsItsFooterOrIsRefusedWhenItCannotFit) {
-    std::vector<uint8_t> jpeg = randomBytes(1000, 9);
-    makeSurface(HAL_PIXEL_FORMAT_BLOB, 1007, 1);
-    EXPECT_EQ(produce(jpeg, 1007, 1, HAL_PIXEL_FORMAT_BLOB), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       "produceFrame: Pixel buffer needs size 1008, cannot fit in gralloc buffer "
-                       "of size 1007"));
-    expectCancelled();
-
-    makeSurface(HAL_PIXEL_FORMAT_BLOB, 1008, 1);
-    ASSERT_EQ(produce(jpeg, 1008, 1, HAL_PIXEL_FORMAT_BLOB), 0);
-    std::optional<Received> r = receive();
-    ASSERT_TRUE(r);
-    EXPECT_EQ(memcmp(r->bytes.data(), jpeg.data(), 1000), 0);
-    const uint8_t footer[8] = {0xFF, 0x00, 0x00, 0x00, 0xE8, 0x03, 0x00, 0x00};
-    EXPECT_EQ(memcmp(&r->bytes[1000], footer, 8), 0);
-}
-
-TEST_F(FrameProducerTest, BlobIntoRgbaUsesTheStridedLength) {
-    useProfile("phone-nv21");
-    makeSurface(HAL_PIXEL_FORMAT_RGBA_8888, 100, 10);
-    std::vector<uint8_t> jpeg = randomBytes(3000, 10);
-    setLogLevel("V");
-    ASSERT_EQ(produce(jpeg, 100, 10, HAL_PIXEL_FORMAT_BLOB), 0);
-    std::optional<Received> r = receive();
-    ASSERT_TRUE(r);
-    size_t length = (100 + r->layout.stride * 9) * 4;
-    EXPECT_EQ(memcmp(r->bytes.data(), jpeg.data(), jpeg.size()), 0);
-    const uint8_t footer[8] = {0xFF, 0x00, 0x00, 0x00, 0xB8, 0x0B, 0x00, 0x00};
-    EXPECT_EQ(memcmp(&r->bytes[length - 8], footer, 8), 0);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_VERBOSE,
-                       "produceFrame: Using BLOB to RGBA format override."));
+// The JPEG bytes, then the trailer at the end of the buffer's length: its width for a BLOB buffer,
+// (width + stride x (height - 1)) x 4 for the RGBA override. Refused when they cannot both fit.
+TEST_F(FrameProducerTest, BlobGetsItsTrailerOrIsRefusedWhenItCannotFit) {
+    const struct {
+        int format, w, h, jpegSize;
+        bool fits;
+    } cases[] = {{HAL_PIXEL_FORMAT_BLOB, 1007, 1, 1000, false},
+                 {HAL_PIXEL_FORMAT_BLOB, 1008, 1, 1000, true},
+                 {HAL_PIXEL_FORMAT_RGBA_8888, 100, 10, 3000, true}};
+    useProfile("phone-nv21");  // RGBA rows padded to 128 pixels
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << c.format << " " << c.w << "x" << c.h);
+        makeSurface(c.format, c.w, c.h);
+        std::vector<uint8_t> jpeg = randomBytes(c.jpegSize, 9);
+        setLogLevel("V");
+        int status = produce(jpeg, c.w, c.h, HAL_PIXEL_FORMAT_BLOB);
+        setLogLevel("");
+        if (!c.fits) {
+            EXPECT_EQ(status, -22);
+            EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                               "produceFrame: Pixel buffer needs size 1008, cannot fit in gralloc "
+                               "buffer of size 1007"));
+            expectCancelled();
+            continue;
+        }
+        ASSERT_EQ(status, 0);
+        std::optional<Received> r = receive();
+        ASSERT_TRUE(r);
+        const bool override = c.format == HAL_PIXEL_FORMAT_RGBA_8888;
+        EXPECT_EQ(override, logged(kSurfaceTag, ANDROID_LOG_VERBOSE,
+                                   "produceFrame: Using BLOB to RGBA format override."));
+        size_t length = override ? (c.w + r->layout.stride * (c.h - 1)) * 4 : c.w;
+        EXPECT_EQ(memcmp(r->bytes.data(), jpeg.data(), jpeg.size()), 0);
+        const uint8_t trailer[8] = {0xFF,
+                                    0x00,
+                                    0x00,
+                                    0x00,
+                                    static_cast<uint8_t>(c.jpegSize),
+                                    static_cast<uint8_t>(c.jpegSize >> 8),
+                                    0x00,
+                                    0x00};
+        EXPECT_EQ(memcmp(&r->bytes[length - 8], trailer, 8), 0);
+    }
 }
 
 // ---- refusals and platform failures ----
@@ -599,6 +595,9 @@ TEST_F(FrameProducerTest, LockFailuresUseTheirRowsMessages) {
             {kVenusNv12, HAL_PIXEL_FORMAT_YCrCb_420_SP, "buffer.lockYCbCr",
              withError("produceFrame: Failed to lock ycbcr buffer, error", -12),
              "produceFrame: y = (nil), cb = (nil) error(-12), yStride(0), cStride(0)", true},
+            // A lock that succeeds without an address is unlocked again and refused.
+            {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888, "buffer.lock.nullAddress",
+             "produceFrame: nullptr after locking buffer for write.", "", false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.failure);
@@ -607,10 +606,12 @@ TEST_F(FrameProducerTest, LockFailuresUseTheirRowsMessages) {
 #endif
         makeSurface(c.bufferFormat, 16, 4);
         std::vector<uint8_t> pixels(16 * 4 * 4);
+        const bool nullAddress = strstr(c.point, "nullAddress") != nullptr;
         host::injectFault(c.point, -12);
         setLogLevel("V");
-        EXPECT_EQ(produce(pixels, 16, 4, c.inputFormat), -12);
+        EXPECT_EQ(produce(pixels, 16, 4, c.inputFormat), nullAddress ? -22 : -12);
         setLogLevel("");
+        EXPECT_EQ(host::callCount("buffer.unlock"), nullAddress ? 1u : 0u);
         int failure = lineIndex(c.failure);
         EXPECT_GE(failure, 0);
         if (!c.progress.empty()) {
@@ -620,17 +621,6 @@ TEST_F(FrameProducerTest, LockFailuresUseTheirRowsMessages) {
         }
         expectCancelled();
     }
-}
-
-TEST_F(FrameProducerTest, NullAddressAfterLockIsUnlockedAndCancelled) {
-    makeSurface(HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 4);
-    std::vector<uint8_t> rgba(16 * 4 * 4);
-    host::injectFault("buffer.lock.nullAddress", -1);
-    EXPECT_EQ(produce(rgba, 16, 4, HAL_PIXEL_FORMAT_RGBA_8888), -22);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       "produceFrame: nullptr after locking buffer for write."));
-    EXPECT_EQ(host::callCount("buffer.unlock"), 1u);
-    expectCancelled();
 }
 
 TEST_F(FrameProducerTest, UnlockAndQueueFailuresCancelTheBuffer) {
