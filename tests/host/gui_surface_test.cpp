@@ -408,6 +408,8 @@ TEST_F(SurfaceTest, ThousandsOfFramesLeakNoDescriptor) {
             ASSERT_EQ(OK, native_window_set_buffers_format(mWindow, HAL_PIXEL_FORMAT_YCrCb_420_SP));
             ASSERT_EQ(OK, native_window_set_usage(mWindow, GRALLOC_USAGE_SW_WRITE_OFTEN));
         }
+        // Alternate sizes so that buffers are reallocated as well as reused.
+        ASSERT_EQ(OK, native_window_set_buffers_dimensions(mWindow, (i / 100) % 2 ? 32 : 48, 8));
         ANativeWindowBuffer* anb = nullptr;
         ASSERT_EQ(OK, native_window_dequeue_buffer_and_wait(mWindow, &anb));
         sp<GraphicBuffer> buffer = GraphicBuffer::from(anb);

@@ -146,32 +146,6 @@ TEST(HostGralloc, BlobIsAByteArrayOfWidthBytes) {
     EXPECT_EQ(nullptr, tall->handle);
 }
 
-TEST(HostGralloc, PhoneProfilePadsWherePackedDoesNot) {
-    struct Case {
-        int32_t format;
-        uint32_t packedStride, phoneStride;
-    };
-    // 100 pixels wide: packed keeps 100 (NV21 too), a phone pads to 128; YV12 is always a
-    // multiple of 16.
-    const Case cases[] = {{HAL_PIXEL_FORMAT_RGBA_8888, 100, 128},
-                          {HAL_PIXEL_FORMAT_RGB_565, 100, 128},
-                          {HAL_PIXEL_FORMAT_YCrCb_420_SP, 100, 128},
-                          {HAL_PIXEL_FORMAT_YV12, 112, 128}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(host::grallocFormatName(c.format));
-        {
-            hosttest::ScopedProfile packed("packed-nv21");
-            sp<GraphicBuffer> buffer = new GraphicBuffer(100, 10, c.format, 1, kCpuUsage);
-            EXPECT_EQ(c.packedStride, buffer->getStride());
-        }
-        {
-            hosttest::ScopedProfile phone("phone-nv21");
-            sp<GraphicBuffer> buffer = new GraphicBuffer(100, 10, c.format, 1, kCpuUsage);
-            EXPECT_EQ(c.phoneStride, buffer->getStride());
-        }
-    }
-}
-
 TEST(HostGralloc, LayoutIsFixedWhenTheBufferIsAllocated) {
     hosttest::ScopedProfile packed("packed-nv21");
     sp<GraphicBuffer> buffer =
