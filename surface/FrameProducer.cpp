@@ -287,6 +287,8 @@ bool venusNeedsQcom(int bufFmt) {
     return true;
 }
 
+// The Venus rows check the input's size as the NV21 row does (a guard: a direct buffer shorter
+// than the frame would otherwise be read past its end).
 int writeNv21ToVenusNv21(const Frame& f, int bufFmt) {
     if (venusNeedsQcom(bufFmt)) return android::INVALID_OPERATION;
     if (inputTooSmall(f, ANDROID_LOG_ERROR)) return android::BAD_VALUE;
