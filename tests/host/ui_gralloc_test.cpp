@@ -322,7 +322,8 @@ TEST(HostGralloc, GuardModePutsAnInaccessiblePageRightAfterEveryBuffer) {
             ASSERT_EQ(static_cast<uint8_t>(i * 13 + 1), memory[i]);
         EXPECT_EQ(packedContentSize(layout), host::readBufferContents(*clone).size());
     }
-    EXPECT_TRUE(host::readBufferMemory(*new GraphicBuffer()).empty());
+    sp<GraphicBuffer> empty = new GraphicBuffer();
+    EXPECT_TRUE(host::readBufferMemory(*empty).empty());
 }
 
 TEST(HostGralloc, ThousandsOfCyclesLeakNoDescriptorOrMapping) {
