@@ -222,18 +222,6 @@ TEST_F(SurfaceTest, BufferCountIsSetThroughTheMaximumDequeuedCount) {
     EXPECT_EQ(OK, mWindow->cancelBuffer(mWindow, first, -1));
 }
 
-TEST_F(SurfaceTest, DequeueTimeoutGivesTimedOut) {
-    connect();
-    ASSERT_EQ(OK, mSurface->setDequeueTimeout(ms2ns(10)));
-    // maxAcquired 2 + maxDequeued 1: three buffers, all dequeued before anything is queued.
-    for (int i = 0; i < 3; i++) {
-        ANativeWindowBuffer* anb = nullptr;
-        ASSERT_EQ(OK, native_window_dequeue_buffer_and_wait(mWindow, &anb));
-    }
-    ANativeWindowBuffer* anb = nullptr;
-    EXPECT_EQ(TIMED_OUT, native_window_dequeue_buffer_and_wait(mWindow, &anb));
-}
-
 TEST_F(SurfaceTest, QueuedBytesReachTheConsumerExactly) {
     hosttest::ScopedProfile phone("phone-qcom");
     connect();

@@ -111,23 +111,6 @@ TEST(Nv21ToRgb565Examples, KnownPixels) {
     }
 }
 
-TEST(CopySwapChromaPairsExamples, CrCbBecomesCbCr) {
-    for (KernelVariant v : supportedVariants()) {
-        SCOPED_TRACE(variantName(v));
-        std::vector<uint8_t> src(96);
-        for (size_t i = 0; i < src.size(); i += 2) {
-            src[i] = 0x10;
-            src[i + 1] = 0x20;
-        }
-        std::vector<uint8_t> dst(src.size(), 0);
-        copySwapChromaPairs(v, dst.data(), src.data(), src.size());
-        for (size_t i = 0; i < dst.size(); i += 2) {
-            ASSERT_EQ(dst[i], 0x20) << i;
-            ASSERT_EQ(dst[i + 1], 0x10) << i;
-        }
-    }
-}
-
 // Every (R, G, B): frames of one R each, 512x512, where pixels (2B, 2G) to (2B + 1, 2G + 1) all
 // hold (R, G, B). The even rows carry the chroma of every (G, B); the odd rows repeat the luma
 // through the luma-only row path. The scalar reference is checked value by value against the
