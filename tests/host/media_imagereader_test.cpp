@@ -1,5 +1,6 @@
 // android.media.ImageReader and its native side (libmedia_jni) through the real JVM.
 
+#include <android_runtime/android_hardware_HardwareBuffer.h>
 #include <hostmedia/ImageReaderState.h>
 #include <hostproperties/HostProperties.h>
 #include <unistd.h>
@@ -43,6 +44,10 @@ TEST_F(ImageReaderTest, ImagesHoldTheirBufferItemUntilClosed) {
     EXPECT_EQ(callInt(image, "getFormat"), HAL_PIXEL_FORMAT_YCrCb_420_SP);
     EXPECT_EQ(callInt(image, "getWidth"), 64);
     EXPECT_EQ(callInt(image, "getHeight"), 48);
+    jobject hardwareBuffer =
+            callObject(image, "getHardwareBuffer", "()Landroid/hardware/HardwareBuffer;");
+    EXPECT_EQ(android::android_hardware_HardwareBuffer_getNativeHardwareBuffer(env, hardwareBuffer),
+              item->mGraphicBuffer->toAHardwareBuffer());
     android::BufferQueueConsumer::SlotCounts counts = host::imageReaderSlotCounts(env, reader);
     EXPECT_EQ(counts.acquired, 1);
     EXPECT_EQ(counts.queued, 0);
