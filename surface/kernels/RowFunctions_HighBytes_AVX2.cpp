@@ -20,18 +20,38 @@ NUVRA_AVX2 inline __m256i highBytesOf32(const uint8_t* s) {
     return _mm256_permute4x64_epi64(packed, 0xD8);
 }
 
+// 64 samples into d (64 bytes), with ordinary or with non-temporal stores (d 32-byte aligned).
+template <bool kStream>
+NUVRA_AVX2 inline void highBytesOf64(uint8_t* d, const uint8_t* s) {
+    prefetchAhead(s, kPrefetchDistance);
+    prefetchAhead(s, kPrefetchDistance + 64);
+    __m256i* out = reinterpret_cast<__m256i*>(d);
+    if constexpr (kStream) {
+        _mm256_stream_si256(out, highBytesOf32(s));
+        _mm256_stream_si256(out + 1, highBytesOf32(s + 64));
+    } else {
+        _mm256_storeu_si256(out, highBytesOf32(s));
+        _mm256_storeu_si256(out + 1, highBytesOf32(s + 64));
+    }
+}
+
 }  // namespace
 
-// 64 samples at a time, then 32, then 16 (SSE2), then single samples.
+// 64 samples at a time (runs whose output reaches kStreamingSwapBytes first bring dst to a 32-byte
+// boundary and write with non-temporal stores: the output of a frame that large does not stay in
+// cache, and bypassing it saves reading every destination line before it is written), then 32,
+// then 16 (SSE2), then single samples.
 NUVRA_AVX2 void HighBytesRow_AVX2(uint8_t* dst, const uint8_t* samples, size_t count) {
     size_t j = 0;
-    for (; j + 64 <= count; j += 64) {
-        prefetchAhead(samples + 2 * j, kPrefetchDistance);
-        prefetchAhead(samples + 2 * j, kPrefetchDistance + 64);
-        __m256i* out = reinterpret_cast<__m256i*>(dst + j);
-        _mm256_storeu_si256(out, highBytesOf32(samples + 2 * j));
-        _mm256_storeu_si256(out + 1, highBytesOf32(samples + 2 * j + 64));
+    if (count >= kStreamingSwapBytes) {
+        j = (32 - (reinterpret_cast<uintptr_t>(dst) & 31)) & 31;
+        HighBytesRow_C(dst, samples, j);
+        for (; j + 64 <= count; j += 64) highBytesOf64<true>(dst + j, samples + 2 * j);
+        // Non-temporal stores are weakly ordered: make them visible before whatever the caller
+        // does next.
+        _mm_sfence();
     }
+    for (; j + 64 <= count; j += 64) highBytesOf64<false>(dst + j, samples + 2 * j);
     for (; j + 32 <= count; j += 32) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + j), highBytesOf32(samples + 2 * j));
     }
