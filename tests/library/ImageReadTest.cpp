@@ -148,8 +148,9 @@ protected:
         if (image == nullptr) return img;
         img.image = image;
         img.item = itemOf(image);
-        if (img.item != nullptr) {
-            // The test's own look at the mapping, balanced at once.
+        if (img.item != nullptr && f.halFormat != HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED) {
+            // The test's own look at the mapping, balanced at once (a private reader's buffers
+            // have no CPU-read usage).
             void* base = nullptr;
             EXPECT_EQ(img.item->mGraphicBuffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &base), 0);
             EXPECT_EQ(img.item->mGraphicBuffer->unlock(), 0);
@@ -170,9 +171,17 @@ protected:
         env->CallVoidMethod(image, env->GetMethodID(cls, "close", "()V"));
         checkJava(env, "Image.close");
     }
-    // Whether the operation left the buffer locked; restores the unlocked state.
+    // Whether the operation left the buffer locked; restores the unlocked state. The mapper
+    // complains (tag "Gralloc4") about the unlock of a buffer that is not locked.
     static bool leftLocked(const Image& img) {
-        return img.item->mGraphicBuffer->unlock() == android::OK;
+        auto complaints = [] {
+            const std::vector<host::LogLine> lines = host::capturedLogs();
+            return std::count_if(lines.begin(), lines.end(),
+                                 [](const host::LogLine& l) { return l.tag == "Gralloc4"; });
+        };
+        const auto before = complaints();
+        img.item->mGraphicBuffer->unlock();
+        return complaints() == before;
     }
     jobject directBuffer(void* p, size_t capacity) {
         return env->NewDirectByteBuffer(p, static_cast<jlong>(capacity));
@@ -391,14 +400,12 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
     const std::string lock = "6/lockImageFromBuffer: ";
     const std::string wrap = "6/nativeGetBufferfromImage: ";
     const std::string failed = wrap + "nativeGetBufferfromImage is failed";
-    const std::string unlockFailed = "6/unlockImageFromBuffer: Unlock buffer failed!";
     const RefusalCase cases[] = {
             {"opaque buffer",
              Frame(kJavaPrivate, 32, 16),
              nullptr,
              {lock + "Opaque format buffer is not lockable!",
-              lock + "Lock graphic buffer failed!(-22)", wrap + "No support format 0", failed,
-              unlockFailed}},
+              lock + "Lock graphic buffer failed!(-22)", wrap + "No support format 0", failed}},
             {"RGBA",
              Frame(HAL_PIXEL_FORMAT_RGBA_8888, 16, 16),
              nullptr,
@@ -411,8 +418,7 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
              Frame(HAL_PIXEL_FORMAT_RAW16, 16, 16),
              "buffer.lockAsync",
              {lock + "Lock buffer failed with lockAsync!(-5, format 32)",
-              lock + "Lock graphic buffer failed!(-5)", wrap + "No support format 0", failed,
-              unlockFailed}},
+              lock + "Lock graphic buffer failed!(-5)", wrap + "No support format 0", failed}},
             // Locked whole instead, without chroma: the flexible size would count the rows up to
             // address 0, so only the address is asked for.
             {"YCbCr lock fails",
