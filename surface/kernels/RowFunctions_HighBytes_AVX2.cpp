@@ -1,6 +1,7 @@
-// AVX2 row of the high-byte extraction: shift and pack as in the SSE2 row; the 256-bit pack
-// works per 128-bit lane, so a 64-bit permute restores the order. Per-function target attributes
-// keep the file buildable for baseline x86-64.
+// AVX2 row of the high-byte extraction: shift and pack as in the SSE2 row. The 256-bit pack works
+// per 128-bit lane, so the loads put samples 0-7 and 16-23 in one register and 8-15 and 24-31 in
+// the other: the packed result is then in order without a cross-lane permute. Per-function target
+// attributes keep the file buildable for baseline x86-64.
 #if defined(__x86_64__) || defined(__i386__)
 
 #include <immintrin.h>
@@ -14,10 +15,12 @@ namespace nuvra::kernels::detail {
 namespace {
 
 NUVRA_AVX2 inline __m256i highBytesOf32(const uint8_t* s) {
-    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s));
-    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 32));
-    const __m256i packed = _mm256_packus_epi16(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
-    return _mm256_permute4x64_epi64(packed, 0xD8);
+    const __m128i* in = reinterpret_cast<const __m128i*>(s);
+    const __m256i a = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(in)),
+                                              _mm_loadu_si128(in + 2), 1);
+    const __m256i b = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(in + 1)),
+                                              _mm_loadu_si128(in + 3), 1);
+    return _mm256_packus_epi16(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
 }
 
 // 64 samples into d (64 bytes), with ordinary or with non-temporal stores (d 32-byte aligned).
