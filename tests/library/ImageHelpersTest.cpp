@@ -6,7 +6,6 @@
 
 #include <ui/HostPlaneLayouts.h>
 
-#include <cstring>
 
 #include "LibraryTestSupport.h"
 #include "surface/ImageSupport.h"
