@@ -14,19 +14,3 @@ int SurfaceNativeUtilImpl::nativePutByteBufferFromSurface(JNIEnv*, jobject, jobj
     NOT_AVAILABLE_YET("nativePutByteBufferFromSurface");
     return android::INVALID_OPERATION;
 }
-
-int SurfaceNativeUtilImpl::nativeProduceFrameWithYuv420(JNIEnv*, jobject, jobject) {
-    NOT_AVAILABLE_YET("nativeProduceFrameWithYuv420");
-    return android::INVALID_OPERATION;
-}
-
-int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21FromBuffer(JNIEnv*, jobject, jobject, int, int,
-                                                                int, int) {
-    NOT_AVAILABLE_YET("nativeProduceFrameWithNV21FromBuffer");
-    return android::INVALID_OPERATION;
-}
-
-int SurfaceNativeUtilImpl::nativeProduceFrameToHardwareBuffer(JNIEnv*, jobject, jobject) {
-    NOT_AVAILABLE_YET("nativeProduceFrameToHardwareBuffer");
-    return android::INVALID_OPERATION;
-}
