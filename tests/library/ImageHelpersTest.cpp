@@ -6,7 +6,6 @@
 
 #include <ui/HostPlaneLayouts.h>
 
-
 #include "LibraryTestSupport.h"
 #include "surface/ImageSupport.h"
 #include "testsupport/JniTest.h"

@@ -21,6 +21,7 @@
 #include <thread>
 
 #include "LibraryTestSupport.h"
+#include "SurfaceTestSupport.h"
 #include "tests/kernels/KernelTestSupport.h"
 #include "testsupport/JniTest.h"
 
@@ -171,18 +172,8 @@ protected:
         env->CallVoidMethod(image, env->GetMethodID(cls, "close", "()V"));
         checkJava(env, "Image.close");
     }
-    // Whether the operation left the buffer locked; restores the unlocked state. The mapper
-    // complains (tag "Gralloc4") about the unlock of a buffer that is not locked.
-    static bool leftLocked(const Image& img) {
-        auto complaints = [] {
-            const std::vector<host::LogLine> lines = host::capturedLogs();
-            return std::count_if(lines.begin(), lines.end(),
-                                 [](const host::LogLine& l) { return l.tag == "Gralloc4"; });
-        };
-        const auto before = complaints();
-        img.item->mGraphicBuffer->unlock();
-        return complaints() == before;
-    }
+    // Whether the operation left the buffer locked; restores the unlocked state.
+    static bool leftLocked(const Image& img) { return wasLeftLocked(img.item->mGraphicBuffer); }
     jobject heapBuffer(jint capacity) {
         jclass cls = env->FindClass("java/nio/ByteBuffer");
         jobject buffer = env->CallStaticObjectMethod(
