@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "CameraPassOn.h"
+
 namespace {
 
 struct Stream {
@@ -266,6 +268,9 @@ void demoCameraPipeline(JNIEnv* env, SurfaceNativeUtil* util, const RgbaImage& p
             }
         }
 
+        if (s.halFormat == HAL_PIXEL_FORMAT_YCbCr_420_888) {
+            demoPassOnCameraImage(env, util, image, w, h, outDir, step);
+        }
         env->CallVoidMethod(image, closeImage);
         javaFailed(env, "Image.close");
         camera.reset();
