@@ -35,19 +35,8 @@ std::vector<Size> frameSizes() {
 enum class Layout { NV21, NV12, Planar, Step3, Overlapping };
 
 const char* layoutName(Layout l) {
-    switch (l) {
-        case Layout::NV21:
-            return "NV21";
-        case Layout::NV12:
-            return "NV12";
-        case Layout::Planar:
-            return "Planar";
-        case Layout::Step3:
-            return "Step3";
-        case Layout::Overlapping:
-            return "Overlapping";
-    }
-    return "?";
+    static const char* const kNames[] = {"NV21", "NV12", "Planar", "Step3", "Overlapping"};
+    return kNames[static_cast<int>(l)];
 }
 
 // Where the planes of one frame lie within one output buffer, with a canary margin on each side.
