@@ -39,7 +39,7 @@ protected:
     }
 };
 
-TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindow) {
+TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindowUntilReleased) {
     TestSurface ts = makeTestSurface(env);
     ASSERT_NE(ts.javaSurface, nullptr);
 
@@ -56,34 +56,30 @@ TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindow) {
     EXPECT_TRUE(android::android_view_Surface_isInstanceOf(env, ts.javaSurface));
     jstring notASurface = env->NewStringUTF("surface");
     EXPECT_FALSE(android::android_view_Surface_isInstanceOf(env, notASurface));
-}
 
-TEST_F(SurfaceGlueTest, TheJavaSurfaceOwnsAStrongReferenceUntilReleased) {
-    TestSurface ts = makeTestSurface(env);
+    // The Java object owns a strong reference until released.
     wp<Surface> weak = ts.surface;
     ts.surface.clear();
-    // Only the Java object holds the native Surface now.
+    surface.clear();
+    window.clear();
     EXPECT_NE(weak.promote(), nullptr);
-
     ts.releaseJavaSurface();
     EXPECT_EQ(weak.promote(), nullptr);
     EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
     ts.releaseJavaSurface();  // a second release does nothing
 }
 
+// A released Java Surface and one never attached both answer null, without an exception.
 TEST_F(SurfaceGlueTest, ASurfaceWithoutNativeObjectYieldsNullWithoutException) {
     TestSurface ts = makeTestSurface(env);
     ts.releaseJavaSurface();
-    EXPECT_EQ(android::android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
-    EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
-    expectNoPendingException();
-
-    jobject empty = newEmptyJavaSurface();
-    ASSERT_NE(empty, nullptr);
-    EXPECT_EQ(android::android_view_Surface_getSurface(env, empty), nullptr);
-    EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, empty), nullptr);
-    expectNoPendingException();
-    EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, empty));
+    for (jobject surface : {ts.javaSurface, newEmptyJavaSurface()}) {
+        ASSERT_NE(surface, nullptr);
+        EXPECT_EQ(android::android_view_Surface_getSurface(env, surface), nullptr);
+        EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, surface), nullptr);
+        expectNoPendingException();
+        EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, surface));
+    }
 }
 
 TEST_F(SurfaceGlueTest, ANullSurfaceObjectAborts) {
@@ -101,15 +97,12 @@ TEST_F(SurfaceGlueTest, AnArmedFaultThrowsFromTheGlue) {
     EXPECT_EQ(android::android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
     std::optional<JavaException> thrown = takePendingException(env);
     ASSERT_TRUE(thrown);
-    EXPECT_EQ(thrown->className, "java.lang.IllegalStateException");
-    EXPECT_EQ(thrown->message, "injected fault");
-
+    EXPECT_EQ(describe(*thrown), "java.lang.IllegalStateException: injected fault");
     host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
     EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
     thrown = takePendingException(env);
     ASSERT_TRUE(thrown);
     EXPECT_EQ(describe(*thrown), "java.lang.IllegalStateException: injected fault");
-
     // Each getter records its own point only, once per call.
     EXPECT_EQ(host::recordedCalls(),
               (std::vector<std::string>{"jni.android_view_Surface_getSurface",
