@@ -170,7 +170,22 @@ void expectJpeg(GraphicBuffer& buffer, const RgbPicture& p, size_t reportedSize)
     EXPECT_EQ(buffer.unlock(), OK);
 }
 
-class CameraSourceTest : public ImageReaderTest {};
+class CameraSourceTest : public ImageReaderTest {
+protected:
+    // A camera of `format` and the given size feeding the reader.
+    std::unique_ptr<CameraSource> connectCamera(jobject reader, int32_t format, uint32_t width,
+                                                uint32_t height, int64_t fenceDelayUs = 0) {
+        CameraSourceConfig config;
+        config.format = format;
+        config.width = width;
+        config.height = height;
+        config.fenceDelayUs = fenceDelayUs;
+        std::unique_ptr<CameraSource> camera =
+                CameraSource::connect(env, surfaceOf(reader), config);
+        EXPECT_NE(camera, nullptr);
+        return camera;
+    }
+};
 
 // Every camera format the library reads, on a packed and a padded device, into a reader of the
 // matching public format: the image's buffer has the format and size, the picture in the
@@ -203,15 +218,11 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
         for (const Case& c : cases) {
             SCOPED_TRACE(std::string(profile) + " " + host::grallocFormatName(c.bufferFormat));
             const bool blob = c.bufferFormat == HAL_PIXEL_FORMAT_BLOB;
-            CameraSourceConfig config;
-            config.format = c.bufferFormat;
-            config.width = blob ? 16384 : kWidth;
-            config.height = blob ? 1 : kHeight;
-            jobject reader =
-                    newReader(blob ? 16384 : kWidth, blob ? 1 : kHeight, c.readerFormat, 1);
+            const uint32_t width = blob ? 16384 : kWidth, height = blob ? 1 : kHeight;
+            jobject reader = newReader(width, height, c.readerFormat, 1);
             ASSERT_NE(reader, nullptr);
-            jobject surface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
-            std::unique_ptr<CameraSource> camera = CameraSource::connect(env, surface, config);
+            std::unique_ptr<CameraSource> camera =
+                    connectCamera(reader, c.bufferFormat, width, height);
             ASSERT_NE(camera, nullptr);
             const RgbPicture& picture = blob ? card : blocks;
             ASSERT_EQ(camera->queueFrame(picture, 42), OK);
@@ -263,15 +274,12 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
     for (const char* mode : {"acquire", "lock"}) {
         for (bool ycbcrLock : {false, true}) {
             SCOPED_TRACE(std::string(mode) + (ycbcrLock ? " lockAsyncYCbCr" : " lockAsync"));
-            host::setProperty("host.imagereader.fence_wait", mode);
+            // Waiting in the acquire is the default; the property moves the wait to the locks.
+            if (mode[0] == 'l') host::setProperty("host.imagereader.fence_wait", mode);
             jobject reader = newReader(kWidth + 1, kHeight + 1, 0x23, 1);
-            CameraSourceConfig config;
-            config.format = HAL_PIXEL_FORMAT_YCrCb_420_SP;
-            config.width = kWidth + 1;
-            config.height = kHeight + 1;
-            config.fenceDelayUs = std::chrono::microseconds(kDelay).count();
-            std::unique_ptr<CameraSource> camera = CameraSource::connect(
-                    env, callObject(reader, "getSurface", "()Landroid/view/Surface;"), config);
+            std::unique_ptr<CameraSource> camera =
+                    connectCamera(reader, HAL_PIXEL_FORMAT_YCrCb_420_SP, kWidth + 1, kHeight + 1,
+                                  std::chrono::microseconds(kDelay).count());
             ASSERT_NE(camera, nullptr);
 
             const Clock::time_point queued = Clock::now();
@@ -303,13 +311,9 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
 // Encoders plug in per format and replace the built-in ones; a frame that cannot be written is
 // cancelled, so the queue keeps no buffer of it.
 TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
+    constexpr int32_t kUbwc = HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
     jobject reader = newReader(64, 32, 0x23, 1);
-    jobject surface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
-    CameraSourceConfig config;
-    config.format = HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
-    config.width = 64;
-    config.height = 32;
-    std::unique_ptr<CameraSource> camera = CameraSource::connect(env, surface, config);
+    std::unique_ptr<CameraSource> camera = connectCamera(reader, kUbwc, 64, 32);
     ASSERT_NE(camera, nullptr);
     RgbPicture card = host::makeTestCard(64, 32);
 
@@ -317,26 +321,22 @@ TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
 
     int calls = 0;
-    host::setCameraFrameEncoder(config.format, [&](const RgbPicture& p, GraphicBuffer& buffer) {
+    host::setCameraFrameEncoder(kUbwc, [&](const RgbPicture& p, GraphicBuffer& buffer) {
         calls++;
         EXPECT_EQ(p.width, 64u);
-        EXPECT_EQ(buffer.getPixelFormat(), config.format);
+        EXPECT_EQ(buffer.getPixelFormat(), kUbwc);
         return OK;
     });
     EXPECT_EQ(camera->queueFrame(card, 2), OK);
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).queued, 1);
-    host::setCameraFrameEncoder(config.format, nullptr);
+    host::setCameraFrameEncoder(kUbwc, nullptr);
     camera.reset();
     close(reader);
 
     // A JPEG that does not fit its BLOB buffer with the trailer is refused.
     reader = newReader(200, 1, 0x100, 1);
-    config.format = HAL_PIXEL_FORMAT_BLOB;
-    config.width = 200;
-    config.height = 1;
-    camera = CameraSource::connect(
-            env, callObject(reader, "getSurface", "()Landroid/view/Surface;"), config);
+    camera = connectCamera(reader, HAL_PIXEL_FORMAT_BLOB, 200, 1);
     ASSERT_NE(camera, nullptr);
     EXPECT_EQ(camera->queueFrame(card, 3), android::BAD_VALUE);
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
