@@ -152,16 +152,5 @@ TEST_F(SurfaceQueriesTest, EachQueryReportsAMissingWindowAndPlatformErrors) {
     }
 }
 
-TEST_F(SurfaceQueriesTest, AbandonedQueueReturnsItsErrorInPlaceOfTheFormat) {
-    TestSurface ts = makeTestSurface(env);
-    ts.consumer->abandon();
-    EXPECT_EQ(util()->nativeDetectSurfaceType(env, ts.javaSurface), -19);
-    expectNoPendingException(env);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeDetectSurfaceType: Error while querying surface pixel "
-                                 "format",
-                                 -19)));
-}
-
 }  // namespace
 }  // namespace nuvra::test
