@@ -44,22 +44,21 @@ protected:
     }
 };
 
-// A null Surface throws NullPointerException without asking the platform; one without a native
-// object throws IllegalArgumentException naming what was looked for.
-TEST_F(JniSupportTest, MissingSurfaceThrowsAndDiscardsNothing) {
-    for (jobject surface : {jobject{nullptr}, emptyJavaSurface()}) {
-        const char* npe = "java.lang.NullPointerException";
-        const char* iae = "java.lang.IllegalArgumentException";
-        EXPECT_EQ(getNativeWindow(env, surface), nullptr);
-        expectOnlyPending(surface ? iae : npe,
-                          surface ? "Surface had no valid native window." : "surface");
-        EXPECT_EQ(getSurface(env, surface), nullptr);
-        expectOnlyPending(surface ? iae : npe,
-                          surface ? "Surface had no valid native Surface." : "surface");
-        if (!surface) {
-            EXPECT_EQ(host::callCount("jni.android_view_Surface_getNativeWindow"), 0u);
-        }
-    }
+TEST_F(JniSupportTest, NullSurfaceThrowsNullPointerException) {
+    EXPECT_EQ(getNativeWindow(env, nullptr), nullptr);
+    expectOnlyPending("java.lang.NullPointerException", "surface");
+    EXPECT_EQ(getSurface(env, nullptr), nullptr);
+    expectOnlyPending("java.lang.NullPointerException", "surface");
+    EXPECT_EQ(host::callCount("jni.android_view_Surface_getNativeWindow"), 0u);
+}
+
+TEST_F(JniSupportTest, SurfaceWithoutNativeObjectThrowsIllegalArgumentException) {
+    jobject surface = emptyJavaSurface();
+    EXPECT_EQ(getNativeWindow(env, surface), nullptr);
+    expectOnlyPending("java.lang.IllegalArgumentException", "Surface had no valid native window.");
+    EXPECT_EQ(getSurface(env, surface), nullptr);
+    expectOnlyPending("java.lang.IllegalArgumentException", "Surface had no valid native Surface.");
+    // Nothing was discarded on the way.
     EXPECT_TRUE(logTexts(kJniHelpTag, ANDROID_LOG_WARN).empty());
 }
 
@@ -73,31 +72,31 @@ TEST_F(JniSupportTest, ExceptionFromThePlatformGlueIsLeftAsItIs) {
     expectOnlyPending("java.lang.IllegalStateException", "injected fault");
 }
 
-// A pending exception is discarded with its summary (class, and message when it has one). The
-// message string is made before the pending exception: making it while an exception is pending
-// would itself be a JNI misuse.
+// The message string is made before the pending exception: making it while an exception is
+// pending would itself be a JNI misuse.
 TEST_F(JniSupportTest, PendingExceptionIsDiscardedWithItsSummary) {
-    const struct {
-        const char *pending, *pendingMessage, *thrown, *thrownClass, *message, *warning;
-    } cases[] = {
-            {"java/lang/IllegalStateException", "m", "java/lang/IllegalArgumentException",
-             "java.lang.IllegalArgumentException", "bad 7",
-             "Discarding pending exception (java.lang.IllegalStateException: m) to throw "
-             "java/lang/IllegalArgumentException"},
-            {"java/lang/UnsupportedOperationException", nullptr, "java/lang/NullPointerException",
-             "java.lang.NullPointerException", "pixels",
-             "Discarding pending exception (java.lang.UnsupportedOperationException) to throw "
-             "java/lang/NullPointerException"},
-    };
-    for (const auto& c : cases) {
-        host::clearCapturedLogs();
-        jstring message = env->NewStringUTF(c.message);
-        throwNew(c.pending, c.pendingMessage);
-        EXPECT_EQ(android::jnihelp::ThrowException(env, c.thrown, "(Ljava/lang/String;)V", message),
-                  0);
-        expectOnlyPending(c.thrownClass, c.message);
-        EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN), std::vector<std::string>{c.warning});
-    }
+    jstring message = env->NewStringUTF("bad 7");
+    throwNew("java/lang/IllegalStateException", "m");
+    EXPECT_EQ(android::jnihelp::ThrowException(env, "java/lang/IllegalArgumentException",
+                                               "(Ljava/lang/String;)V", message),
+              0);
+    expectOnlyPending("java.lang.IllegalArgumentException", "bad 7");
+    EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
+              std::vector<std::string>{"Discarding pending exception "
+                                       "(java.lang.IllegalStateException: m) to throw "
+                                       "java/lang/IllegalArgumentException"});
+}
+
+TEST_F(JniSupportTest, PendingExceptionWithoutMessageIsSummarisedByItsClass) {
+    jstring message = env->NewStringUTF("pixels");
+    throwNew("java/lang/UnsupportedOperationException", nullptr);
+    android::jnihelp::ThrowException(env, "java/lang/NullPointerException", "(Ljava/lang/String;)V",
+                                     message);
+    expectOnlyPending("java.lang.NullPointerException", "pixels");
+    EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
+              std::vector<std::string>{"Discarding pending exception "
+                                       "(java.lang.UnsupportedOperationException) to throw "
+                                       "java/lang/NullPointerException"});
 }
 
 TEST_F(JniSupportTest, LongMessageIsCutTo511Characters) {
