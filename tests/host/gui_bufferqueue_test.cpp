@@ -76,13 +76,14 @@ protected:
     }
 
     status_t queue(int slot, int64_t timestamp = 1, Rect crop = Rect::EMPTY_RECT,
-                   sp<Fence> fence = Fence::NO_FENCE) {
+                   sp<Fence> fence = Fence::NO_FENCE,
+                   int scalingMode = NATIVE_WINDOW_SCALING_MODE_FREEZE) {
         IGraphicBufferProducer::QueueBufferOutput output;
-        return mProducer->queueBuffer(slot,
-                                      IGraphicBufferProducer::QueueBufferInput(
-                                              timestamp, false, HAL_DATASPACE_UNKNOWN, crop,
-                                              NATIVE_WINDOW_SCALING_MODE_FREEZE, 0, fence),
-                                      &output);
+        return mProducer->queueBuffer(
+                slot,
+                IGraphicBufferProducer::QueueBufferInput(timestamp, false, HAL_DATASPACE_UNKNOWN,
+                                                         crop, scalingMode, 0, fence),
+                &output);
     }
 
     int query(int what) {
@@ -385,30 +386,17 @@ TEST_F(BufferQueueTest, DiscardedOrFailedBuffersAreAllocatedAgain) {
     dequeue();
 }
 
-class ConsumerClassesTest : public ::testing::Test {
+// The consumer classes on the queue of BufferQueueTest (whose listener stays unconnected).
+class ConsumerClassesTest : public BufferQueueTest {
 protected:
-    void SetUp() override { BufferQueue::createBufferQueue(&mProducer, &mConsumer); }
-
     void produce(const std::vector<uint8_t>& contents, int64_t timestamp) {
-        int slot;
-        sp<Fence> fence;
-        ASSERT_GE(mProducer->dequeueBuffer(&slot, &fence, 0, 0, 0, GRALLOC_USAGE_SW_WRITE_OFTEN,
-                                           nullptr, nullptr),
-                  0);
         sp<GraphicBuffer> buffer;
-        ASSERT_EQ(OK, mProducer->requestBuffer(slot, &buffer));
+        const int slot = dequeue(&buffer);
+        ASSERT_GE(slot, 0);
         ASSERT_TRUE(host::writeBufferContents(*buffer, contents.data(), contents.size()));
-        IGraphicBufferProducer::QueueBufferOutput output;
-        ASSERT_EQ(OK, mProducer->queueBuffer(
-                              slot,
-                              IGraphicBufferProducer::QueueBufferInput(
-                                      timestamp, false, HAL_DATASPACE_UNKNOWN, Rect(2, 2, 8, 6),
-                                      NATIVE_WINDOW_SCALING_MODE_SCALE_CROP, 0, Fence::NO_FENCE),
-                              &output));
+        ASSERT_EQ(OK, queue(slot, timestamp, Rect(2, 2, 8, 6), Fence::NO_FENCE,
+                            NATIVE_WINDOW_SCALING_MODE_SCALE_CROP));
     }
-
-    sp<IGraphicBufferProducer> mProducer;
-    sp<IGraphicBufferConsumer> mConsumer;
 };
 
 TEST_F(ConsumerClassesTest, CpuConsumerLocksFrameAsFlexibleYuv) {
@@ -416,8 +404,7 @@ TEST_F(ConsumerClassesTest, CpuConsumerLocksFrameAsFlexibleYuv) {
     sp<CpuConsumer> consumer = new CpuConsumer(mConsumer, 1);
     ASSERT_EQ(OK, consumer->setDefaultBufferSize(100, 10));
     ASSERT_EQ(OK, consumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_YCrCb_420_SP));
-    IGraphicBufferProducer::QueueBufferOutput output;
-    ASSERT_EQ(OK, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
+    connectProducer();
 
     std::vector<uint8_t> nv21(1500);
     for (size_t i = 0; i < nv21.size(); i++) nv21[i] = static_cast<uint8_t>(i % 251);
@@ -450,11 +437,8 @@ TEST_F(ConsumerClassesTest, BufferItemConsumerHandsOutItemsAndAbandonsOnDestruct
             new BufferItemConsumer(mConsumer, GRALLOC_USAGE_SW_READ_OFTEN, 2);
     ASSERT_EQ(OK, consumer->setDefaultBufferSize(10, 10));
     ASSERT_EQ(OK, consumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_RGBA_8888));
-    IGraphicBufferProducer::QueueBufferOutput output;
-    ASSERT_EQ(OK, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
-    int value = 0;
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS, &value));
-    EXPECT_EQ(2, value);
+    connectProducer();
+    EXPECT_EQ(2, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
 
     std::vector<uint8_t> pixels(400, 0xC3);
     produce(pixels, 1);
@@ -476,6 +460,7 @@ TEST_F(ConsumerClassesTest, BufferItemConsumerHandsOutItemsAndAbandonsOnDestruct
     ASSERT_EQ(OK, consumer->releaseBuffer(third));
 
     consumer.clear();  // the last reference abandons the queue
+    int value = 0;
     EXPECT_EQ(NO_INIT, mProducer->query(NATIVE_WINDOW_WIDTH, &value));
 }
 
