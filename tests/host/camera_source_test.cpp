@@ -59,7 +59,9 @@ uint16_t le16(const uint8_t* p) {
 void expectYuv420(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
     android_ycbcr ycbcr{};
     ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
-    if (padded) EXPECT_GE(ycbcr.ystride, 64u);
+    if (padded) {
+        EXPECT_GE(ycbcr.ystride, 64u);
+    }
     const auto* Y = static_cast<const uint8_t*>(ycbcr.y);
     const auto* cb = static_cast<const uint8_t*>(ycbcr.cb);
     const auto* cr = static_cast<const uint8_t*>(ycbcr.cr);
