@@ -72,24 +72,14 @@ INSTANTIATE_TEST_SUITE_P(FacingOrientationMirror, EveryCombination,
                                                               CameraUtils::MIRROR_MODE_V),
                                             ::testing::Bool()));
 
-TEST(CameraRotationTransformTest, SpotValuesOfTheCommonCameras) {
+// A mirrored front camera at 270 degrees, in plain numbers (the table above is derived), and a
+// mirror mode the platform does not know, which mirrors nothing.
+TEST(CameraRotationTransformTest, SpotValues) {
     int32_t transform = 0;
-    // A back camera mounted at 90 degrees, as most phones have it.
-    ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(kBack, 90),
-                                                CameraUtils::MIRROR_MODE_AUTO, false, &transform),
-              OK);
-    EXPECT_EQ(transform, 4);
-    // A front camera at 270 degrees is mirrored: FLIP_H then ROT_90, i.e. FLIP_H|ROT_90.
     ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(kFront, 270),
                                                 CameraUtils::MIRROR_MODE_AUTO, true, &transform),
               OK);
-    EXPECT_EQ(transform, 5 | 8);
-    // Mirror mode NONE keeps a front camera unmirrored.
-    ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(kFront, 270),
-                                                CameraUtils::MIRROR_MODE_NONE, false, &transform),
-              OK);
-    EXPECT_EQ(transform, 7);
-    // A mirror mode the platform does not know mirrors nothing.
+    EXPECT_EQ(transform, 5 | 8);  // FLIP_H|ROT_90, inverse display
     ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(kFront, 180), 9, false, &transform), OK);
     EXPECT_EQ(transform, 3);
 }
@@ -128,6 +118,7 @@ TEST_F(CameraRotationFailureTest, OrientationsOtherThanRightAnglesAreRejected) {
     EXPECT_TRUE(loggedError("Invalid HAL android.sensor.orientation value: 45"));
 }
 
+// Each missing entry is refused with its log line; an entry without values counts as missing.
 TEST_F(CameraRotationFailureTest, MissingEntriesAreRejected) {
     const int32_t orientation = 90;
     const uint8_t facing = kBack;
@@ -139,24 +130,20 @@ TEST_F(CameraRotationFailureTest, MissingEntriesAreRejected) {
     ASSERT_EQ(emptyOrientation.update(ANDROID_SENSOR_ORIENTATION,
                                       static_cast<const int32_t*>(nullptr), 0),
               OK);
-
-    int32_t transform = 99;
-    EXPECT_EQ(CameraUtils::getRotationTransform(CameraMetadata(), 0, true, &transform),
-              INVALID_OPERATION);
-    EXPECT_EQ(transform, 0);
-    EXPECT_TRUE(loggedError("Can't find android.sensor.orientation"));
-
-    transform = 99;
-    EXPECT_EQ(CameraUtils::getRotationTransform(onlyOrientation, 0, true, &transform),
-              INVALID_OPERATION);
-    EXPECT_EQ(transform, 0);
-    EXPECT_TRUE(loggedError("Can't find android.lens.facing"));
-
-    EXPECT_EQ(CameraUtils::getRotationTransform(onlyFacing, 0, true, &transform),
-              INVALID_OPERATION);
-    // An entry without values counts as missing.
-    EXPECT_EQ(CameraUtils::getRotationTransform(emptyOrientation, 0, true, &transform),
-              INVALID_OPERATION);
+    const std::pair<const CameraMetadata*, const char*> cases[] = {
+            {&onlyFacing, "Can't find android.sensor.orientation"},
+            {&onlyOrientation, "Can't find android.lens.facing"},
+            {&emptyOrientation, "Can't find android.sensor.orientation"},
+    };
+    for (const auto& [metadata, line] : cases) {
+        host::clearCapturedLogs();
+        int32_t transform = 99;
+        EXPECT_EQ(CameraUtils::getRotationTransform(*metadata, 0, true, &transform),
+                  INVALID_OPERATION)
+                << line;
+        EXPECT_EQ(transform, 0);
+        EXPECT_TRUE(loggedError(line));
+    }
     EXPECT_EQ(CameraUtils::getRotationTransform(staticInfo(kBack, 90), 0, true, nullptr),
               BAD_VALUE);
 }

@@ -54,10 +54,14 @@ uint16_t le16(const uint8_t* p) {
     return static_cast<uint16_t>(p[0] | p[1] << 8);
 }
 
-// Checks every sample of an 8-bit YUV buffer through its YCbCr lock.
-void expectYuv420(GraphicBuffer& buffer, const RgbPicture& p) {
+// Checks every sample of an 8-bit YUV buffer through its YCbCr lock. A phone pads rows to 64
+// bytes at least: there the pitches differ from the width.
+void expectYuv420(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
     android_ycbcr ycbcr{};
     ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
+    if (padded) {
+        EXPECT_GE(ycbcr.ystride, 64u);
+    }
     const auto* Y = static_cast<const uint8_t*>(ycbcr.y);
     const auto* cb = static_cast<const uint8_t*>(ycbcr.cb);
     const auto* cr = static_cast<const uint8_t*>(ycbcr.cr);
@@ -170,7 +174,22 @@ void expectJpeg(GraphicBuffer& buffer, const RgbPicture& p, size_t reportedSize)
     EXPECT_EQ(buffer.unlock(), OK);
 }
 
-class CameraSourceTest : public ImageReaderTest {};
+class CameraSourceTest : public ImageReaderTest {
+protected:
+    // A camera of `format` and the given size feeding the reader.
+    std::unique_ptr<CameraSource> connectCamera(jobject reader, int32_t format, uint32_t width,
+                                                uint32_t height, int64_t fenceDelayUs = 0) {
+        CameraSourceConfig config;
+        config.format = format;
+        config.width = width;
+        config.height = height;
+        config.fenceDelayUs = fenceDelayUs;
+        std::unique_ptr<CameraSource> camera =
+                CameraSource::connect(env, surfaceOf(reader), config);
+        EXPECT_NE(camera, nullptr);
+        return camera;
+    }
+};
 
 // Every camera format the library reads, on a packed and a padded device, into a reader of the
 // matching public format: the image's buffer has the format and size, the picture in the
@@ -203,15 +222,11 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
         for (const Case& c : cases) {
             SCOPED_TRACE(std::string(profile) + " " + host::grallocFormatName(c.bufferFormat));
             const bool blob = c.bufferFormat == HAL_PIXEL_FORMAT_BLOB;
-            CameraSourceConfig config;
-            config.format = c.bufferFormat;
-            config.width = blob ? 16384 : kWidth;
-            config.height = blob ? 1 : kHeight;
-            jobject reader =
-                    newReader(blob ? 16384 : kWidth, blob ? 1 : kHeight, c.readerFormat, 1);
+            const uint32_t width = blob ? 16384 : kWidth, height = blob ? 1 : kHeight;
+            jobject reader = newReader(width, height, c.readerFormat, 1);
             ASSERT_NE(reader, nullptr);
-            jobject surface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
-            std::unique_ptr<CameraSource> camera = CameraSource::connect(env, surface, config);
+            std::unique_ptr<CameraSource> camera =
+                    connectCamera(reader, c.bufferFormat, width, height);
             ASSERT_NE(camera, nullptr);
             const RgbPicture& picture = blob ? card : blocks;
             ASSERT_EQ(camera->queueFrame(picture, 42), OK);
@@ -222,7 +237,6 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
             EXPECT_EQ(itemOf(image)->mTimestamp, 42);
             EXPECT_EQ(buffer.getUsage() & GRALLOC_USAGE_HW_CAMERA_WRITE,
                       uint64_t{GRALLOC_USAGE_HW_CAMERA_WRITE});
-            android_ycbcr ycbcr{};
             switch (c.bufferFormat) {
                 case HAL_PIXEL_FORMAT_BLOB:
                     expectJpeg(buffer, picture, camera->lastJpegSize());
@@ -240,13 +254,7 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
                 case HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED:
                     break;  // opaque to its consumers
                 default:
-                    expectYuv420(buffer, picture);
-                    ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
-                    // A phone pads rows to 64 bytes at least: pitches differ from the width.
-                    if (profile[1] == 'h') {
-                        EXPECT_GE(ycbcr.ystride, 64u);
-                    }
-                    EXPECT_EQ(buffer.unlock(), OK);
+                    expectYuv420(buffer, picture, profile[1] == 'h');
             }
             close(image);
             camera.reset();
@@ -263,15 +271,12 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
     for (const char* mode : {"acquire", "lock"}) {
         for (bool ycbcrLock : {false, true}) {
             SCOPED_TRACE(std::string(mode) + (ycbcrLock ? " lockAsyncYCbCr" : " lockAsync"));
-            host::setProperty("host.imagereader.fence_wait", mode);
+            // Waiting in the acquire is the default; the property moves the wait to the locks.
+            if (mode[0] == 'l') host::setProperty("host.imagereader.fence_wait", mode);
             jobject reader = newReader(kWidth + 1, kHeight + 1, 0x23, 1);
-            CameraSourceConfig config;
-            config.format = HAL_PIXEL_FORMAT_YCrCb_420_SP;
-            config.width = kWidth + 1;
-            config.height = kHeight + 1;
-            config.fenceDelayUs = std::chrono::microseconds(kDelay).count();
-            std::unique_ptr<CameraSource> camera = CameraSource::connect(
-                    env, callObject(reader, "getSurface", "()Landroid/view/Surface;"), config);
+            std::unique_ptr<CameraSource> camera =
+                    connectCamera(reader, HAL_PIXEL_FORMAT_YCrCb_420_SP, kWidth + 1, kHeight + 1,
+                                  std::chrono::microseconds(kDelay).count());
             ASSERT_NE(camera, nullptr);
 
             const Clock::time_point queued = Clock::now();
@@ -303,13 +308,9 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
 // Encoders plug in per format and replace the built-in ones; a frame that cannot be written is
 // cancelled, so the queue keeps no buffer of it.
 TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
+    constexpr int32_t kUbwc = HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
     jobject reader = newReader(64, 32, 0x23, 1);
-    jobject surface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
-    CameraSourceConfig config;
-    config.format = HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
-    config.width = 64;
-    config.height = 32;
-    std::unique_ptr<CameraSource> camera = CameraSource::connect(env, surface, config);
+    std::unique_ptr<CameraSource> camera = connectCamera(reader, kUbwc, 64, 32);
     ASSERT_NE(camera, nullptr);
     RgbPicture card = host::makeTestCard(64, 32);
 
@@ -317,26 +318,22 @@ TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
 
     int calls = 0;
-    host::setCameraFrameEncoder(config.format, [&](const RgbPicture& p, GraphicBuffer& buffer) {
+    host::setCameraFrameEncoder(kUbwc, [&](const RgbPicture& p, GraphicBuffer& buffer) {
         calls++;
         EXPECT_EQ(p.width, 64u);
-        EXPECT_EQ(buffer.getPixelFormat(), config.format);
+        EXPECT_EQ(buffer.getPixelFormat(), kUbwc);
         return OK;
     });
     EXPECT_EQ(camera->queueFrame(card, 2), OK);
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).queued, 1);
-    host::setCameraFrameEncoder(config.format, nullptr);
+    host::setCameraFrameEncoder(kUbwc, nullptr);
     camera.reset();
     close(reader);
 
     // A JPEG that does not fit its BLOB buffer with the trailer is refused.
     reader = newReader(200, 1, 0x100, 1);
-    config.format = HAL_PIXEL_FORMAT_BLOB;
-    config.width = 200;
-    config.height = 1;
-    camera = CameraSource::connect(
-            env, callObject(reader, "getSurface", "()Landroid/view/Surface;"), config);
+    camera = connectCamera(reader, HAL_PIXEL_FORMAT_BLOB, 200, 1);
     ASSERT_NE(camera, nullptr);
     EXPECT_EQ(camera->queueFrame(card, 3), android::BAD_VALUE);
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);

@@ -54,13 +54,19 @@ protected:
         ASSERT_EQ(OK, mProducer->connect(listener, api, controlledByApp, &output));
     }
 
+    // The status of a dequeue of the given size and format (zero: the consumer's defaults).
+    status_t tryDequeue(int* slot = nullptr, uint32_t w = 0, uint32_t h = 0, PixelFormat format = 0,
+                        sp<Fence>* fence = nullptr) {
+        int ignoredSlot = -1;
+        sp<Fence> ignoredFence;
+        return mProducer->dequeueBuffer(slot ? slot : &ignoredSlot, fence ? fence : &ignoredFence,
+                                        w, h, format, kCpuUsage, nullptr, nullptr);
+    }
+
     // Dequeues (default size and format) and fetches the slot's buffer.
-    int dequeue(sp<GraphicBuffer>* buffer = nullptr, uint32_t w = 0, uint32_t h = 0,
-                PixelFormat format = 0) {
+    int dequeue(sp<GraphicBuffer>* buffer = nullptr) {
         int slot = -1;
-        sp<Fence> fence;
-        status_t result =
-                mProducer->dequeueBuffer(&slot, &fence, w, h, format, kCpuUsage, nullptr, nullptr);
+        status_t result = tryDequeue(&slot);
         EXPECT_GE(result, 0);
         if (result < 0) return result;
         sp<GraphicBuffer> requested;
@@ -69,15 +75,25 @@ protected:
         return slot;
     }
 
-    static IGraphicBufferProducer::QueueBufferInput input(int64_t timestamp = 1) {
-        return IGraphicBufferProducer::QueueBufferInput(
-                timestamp, false, HAL_DATASPACE_UNKNOWN, Rect::EMPTY_RECT,
-                NATIVE_WINDOW_SCALING_MODE_FREEZE, 0, Fence::NO_FENCE);
+    status_t queue(int slot, int64_t timestamp = 1, Rect crop = Rect::EMPTY_RECT,
+                   sp<Fence> fence = Fence::NO_FENCE,
+                   int scalingMode = NATIVE_WINDOW_SCALING_MODE_FREEZE) {
+        IGraphicBufferProducer::QueueBufferOutput output;
+        return mProducer->queueBuffer(
+                slot,
+                IGraphicBufferProducer::QueueBufferInput(timestamp, false, HAL_DATASPACE_UNKNOWN,
+                                                         crop, scalingMode, 0, fence),
+                &output);
     }
 
-    status_t queue(int slot, int64_t timestamp = 1) {
-        IGraphicBufferProducer::QueueBufferOutput output;
-        return mProducer->queueBuffer(slot, input(timestamp), &output);
+    int query(int what) {
+        int value = -1;
+        EXPECT_EQ(OK, mProducer->query(what, &value)) << what;
+        return value;
+    }
+
+    status_t release(const BufferItem& item) {
+        return mConsumer->releaseBuffer(item.mSlot, item.mFrameNumber, Fence::NO_FENCE);
     }
 
     sp<IGraphicBufferProducer> mProducer;
@@ -110,9 +126,7 @@ TEST_F(BufferQueueTest, ConnectionIsPerApiWithAndroidsCodes) {
     EXPECT_EQ(1, mListener->disconnects.load());
     // Disconnecting freed the dequeued slot; nothing works until the next connect.
     EXPECT_EQ(NO_INIT, queue(slot));
-    int dummy;
-    sp<Fence> fence;
-    EXPECT_EQ(NO_INIT, mProducer->dequeueBuffer(&dummy, &fence, 0, 0, 0, 0, nullptr, nullptr));
+    EXPECT_EQ(NO_INIT, tryDequeue());
     EXPECT_EQ(OK, mProducer->connect(nullptr, NATIVE_WINDOW_API_EGL, false, &output));
 }
 
@@ -126,13 +140,11 @@ TEST_F(BufferQueueTest, AbandonedQueueAnswersNoInitToTheProducer) {
 
     IGraphicBufferProducer::QueueBufferOutput output;
     int value = 0;
-    int otherSlot;
-    sp<Fence> fence;
     sp<GraphicBuffer> requested;
     EXPECT_EQ(NO_INIT, queue(slot));
     EXPECT_EQ(NO_INIT, mProducer->cancelBuffer(slot, Fence::NO_FENCE));
     EXPECT_EQ(NO_INIT, mProducer->requestBuffer(slot, &requested));
-    EXPECT_EQ(NO_INIT, mProducer->dequeueBuffer(&otherSlot, &fence, 0, 0, 0, 0, nullptr, nullptr));
+    EXPECT_EQ(NO_INIT, tryDequeue());
     EXPECT_EQ(NO_INIT, mProducer->query(NATIVE_WINDOW_WIDTH, &value));
     EXPECT_EQ(NO_INIT, mProducer->setMaxDequeuedBufferCount(2));
     EXPECT_EQ(NO_INIT, mProducer->setAsyncMode(true));
@@ -152,8 +164,8 @@ TEST_F(BufferQueueTest, SlotsMoveThroughDequeuedQueuedAcquiredAndFree) {
 
     int slot = -1;
     sp<Fence> fence;
-    status_t result = mProducer->dequeueBuffer(&slot, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr);
-    ASSERT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION, result);
+    ASSERT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION,
+              tryDequeue(&slot, 0, 0, 0, &fence));
     ASSERT_NE(nullptr, fence);
     // Not requested yet: the queue refuses it.
     EXPECT_EQ(BAD_VALUE, queue(slot));
@@ -164,13 +176,7 @@ TEST_F(BufferQueueTest, SlotsMoveThroughDequeuedQueuedAcquiredAndFree) {
 
     EXPECT_EQ(BAD_VALUE, queue(slot + 1));  // a slot the producer does not own
     EXPECT_EQ(BAD_VALUE, queue(-1));
-    IGraphicBufferProducer::QueueBufferOutput output;
-    EXPECT_EQ(BAD_VALUE,
-              mProducer->queueBuffer(slot,
-                                     IGraphicBufferProducer::QueueBufferInput(
-                                             1, false, HAL_DATASPACE_UNKNOWN, Rect(0, 0, 65, 32),
-                                             NATIVE_WINDOW_SCALING_MODE_FREEZE, 0, Fence::NO_FENCE),
-                                     &output));  // crop outside the buffer
+    EXPECT_EQ(BAD_VALUE, queue(slot, 1, Rect(0, 0, 65, 32)));  // crop outside the buffer
     ASSERT_EQ(OK, queue(slot, 42));
     EXPECT_EQ(1, mListener->frames.load());
     EXPECT_EQ(BAD_VALUE, mProducer->cancelBuffer(slot, Fence::NO_FENCE));  // now queued
@@ -192,34 +198,29 @@ TEST_F(BufferQueueTest, SlotsMoveThroughDequeuedQueuedAcquiredAndFree) {
     // The same description reuses the buffer without reallocation; the consumer gets no
     // buffer pointer for a slot it has seen.
     int again = -1;
-    EXPECT_EQ(0, mProducer->dequeueBuffer(&again, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
+    EXPECT_EQ(0, tryDequeue(&again));
     EXPECT_EQ(slot, again);
     ASSERT_EQ(OK, queue(again));
     ASSERT_EQ(OK, mConsumer->acquireBuffer(&item, 0));
     EXPECT_EQ(nullptr, item.mGraphicBuffer);
-    ASSERT_EQ(OK, mConsumer->releaseBuffer(item.mSlot, item.mFrameNumber, Fence::NO_FENCE));
+    ASSERT_EQ(OK, release(item));
 
     // Another format needs a new buffer; a cancelled slot is free again.
     EXPECT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION,
-              mProducer->dequeueBuffer(&again, &fence, 0, 0, HAL_PIXEL_FORMAT_RGBA_8888, kCpuUsage,
-                                       nullptr, nullptr));
+              tryDequeue(&again, 0, 0, HAL_PIXEL_FORMAT_RGBA_8888));
     EXPECT_EQ(OK, mProducer->cancelBuffer(again, Fence::NO_FENCE));
     EXPECT_EQ(BAD_VALUE, mProducer->cancelBuffer(again, Fence::NO_FENCE));
 }
 
 TEST_F(BufferQueueTest, BufferCountsFollowAndroidsRules) {
     connectConsumer();
-    int value = 0;
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS, &value));
-    EXPECT_EQ(1, value);
+    EXPECT_EQ(1, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
     ASSERT_EQ(OK, mConsumer->setMaxAcquiredBufferCount(2));
     EXPECT_EQ(BAD_VALUE, mConsumer->setMaxAcquiredBufferCount(0));
     EXPECT_EQ(BAD_VALUE, mConsumer->setMaxAcquiredBufferCount(63));
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS, &value));
-    EXPECT_EQ(2, value);
+    EXPECT_EQ(2, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
     ASSERT_EQ(OK, mProducer->setAsyncMode(true));
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS, &value));
-    EXPECT_EQ(3, value);
+    EXPECT_EQ(3, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
     ASSERT_EQ(OK, mProducer->setAsyncMode(false));
 
     connectProducer();
@@ -236,10 +237,7 @@ TEST_F(BufferQueueTest, BufferCountsFollowAndroidsRules) {
     ASSERT_EQ(OK, queue(slots[0]));
     slots[3] = dequeue();
     // Once a buffer has been queued, a fourth dequeue exceeds the maximum.
-    int extra;
-    sp<Fence> fence;
-    EXPECT_EQ(INVALID_OPERATION,
-              mProducer->dequeueBuffer(&extra, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
+    EXPECT_EQ(INVALID_OPERATION, tryDequeue());
 }
 
 TEST_F(BufferQueueTest, DequeueTimesOutOrRefusesToBlock) {
@@ -249,23 +247,17 @@ TEST_F(BufferQueueTest, DequeueTimesOutOrRefusesToBlock) {
     // maxAcquired 1 + maxDequeued 1: two buffers, both dequeued.
     dequeue();
     dequeue();
-    int slot;
-    sp<Fence> fence;
     const nsecs_t start = systemTime();
-    EXPECT_EQ(TIMED_OUT,
-              mProducer->dequeueBuffer(&slot, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
+    EXPECT_EQ(TIMED_OUT, tryDequeue());
     EXPECT_GE(systemTime() - start, ms2ns(15));
 
     // Producer and consumer both controlled by the app, no time-out: WOULD_BLOCK.
     BufferQueue::createBufferQueue(&mProducer, &mConsumer);
     connectConsumer(true);
     connectProducer(NATIVE_WINDOW_API_CPU, true);
-    int value = 0;
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS, &value));
-    EXPECT_EQ(2, value);  // a buffer more because dequeue cannot block
+    EXPECT_EQ(2, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));  // one more: dequeue cannot block
     for (int i = 0; i < 3; i++) dequeue();
-    EXPECT_EQ(WOULD_BLOCK,
-              mProducer->dequeueBuffer(&slot, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
+    EXPECT_EQ(WOULD_BLOCK, tryDequeue());
 }
 
 TEST_F(BufferQueueTest, BlockedDequeueResumesWhenTheConsumerReleases) {
@@ -283,12 +275,11 @@ TEST_F(BufferQueueTest, BlockedDequeueResumesWhenTheConsumerReleases) {
 
     std::thread releaser([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
-        EXPECT_EQ(OK, mConsumer->releaseBuffer(first.mSlot, first.mFrameNumber, Fence::NO_FENCE));
+        EXPECT_EQ(OK, release(first));
     });
     int slot = -1;
-    sp<Fence> fence;
     const nsecs_t start = systemTime();
-    EXPECT_EQ(0, mProducer->dequeueBuffer(&slot, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
+    EXPECT_EQ(0, tryDequeue(&slot));
     EXPECT_GE(systemTime() - start, ms2ns(20));
     releaser.join();
     EXPECT_EQ(a, slot);
@@ -304,19 +295,16 @@ TEST_F(BufferQueueTest, ConsumerMayAcquireOneBufferBeyondItsMaximum) {
     ASSERT_EQ(OK, mConsumer->acquireBuffer(&first, 0));
     ASSERT_EQ(OK, mConsumer->acquireBuffer(&second, 0));
     EXPECT_EQ(INVALID_OPERATION, mConsumer->acquireBuffer(&third, 0));
-    ASSERT_EQ(OK, mConsumer->releaseBuffer(first.mSlot, first.mFrameNumber, Fence::NO_FENCE));
+    ASSERT_EQ(OK, release(first));
     EXPECT_EQ(OK, mConsumer->acquireBuffer(&third, 0));
     EXPECT_EQ(3u, third.mFrameNumber);
-}
 
-TEST_F(BufferQueueTest, PresentTimeHoldsBackFutureFrames) {
-    connectConsumer();
-    connectProducer();
+    // A present time in the future holds the frame back.
+    ASSERT_EQ(OK, release(second));
     const nsecs_t now = systemTime();
     ASSERT_EQ(OK, queue(dequeue(), now + ms2ns(500)));
-    BufferItem item;
-    EXPECT_EQ(IGraphicBufferConsumer::PRESENT_LATER, mConsumer->acquireBuffer(&item, now));
-    EXPECT_EQ(OK, mConsumer->acquireBuffer(&item, now + ms2ns(600)));
+    EXPECT_EQ(IGraphicBufferConsumer::PRESENT_LATER, mConsumer->acquireBuffer(&first, now));
+    EXPECT_EQ(OK, mConsumer->acquireBuffer(&first, now + ms2ns(600)));
 }
 
 TEST_F(BufferQueueTest, ConsumerSettingsShapeTheBuffers) {
@@ -329,18 +317,14 @@ TEST_F(BufferQueueTest, ConsumerSettingsShapeTheBuffers) {
     ASSERT_EQ(OK, mConsumer->setConsumerUsageBits(consumerUsage));
     connectProducer();
 
-    int value = 0;
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_WIDTH, &value));
-    EXPECT_EQ(320, value);
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_FORMAT, &value));
-    EXPECT_EQ(HAL_PIXEL_FORMAT_YCbCr_420_888, value);
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_DEFAULT_DATASPACE, &value));
-    EXPECT_EQ(HAL_DATASPACE_V0_JFIF, value);
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_CONSUMER_USAGE_BITS, &value));
-    EXPECT_EQ(GRALLOC_USAGE_HW_TEXTURE, value);  // the low 32 bits only
+    EXPECT_EQ(320, query(NATIVE_WINDOW_WIDTH));
+    EXPECT_EQ(HAL_PIXEL_FORMAT_YCbCr_420_888, query(NATIVE_WINDOW_FORMAT));
+    EXPECT_EQ(HAL_DATASPACE_V0_JFIF, query(NATIVE_WINDOW_DEFAULT_DATASPACE));
+    EXPECT_EQ(GRALLOC_USAGE_HW_TEXTURE, query(NATIVE_WINDOW_CONSUMER_USAGE_BITS));  // low 32 bits
     uint64_t usage = 0;
     ASSERT_EQ(OK, mProducer->getConsumerUsage(&usage));
     EXPECT_EQ(consumerUsage, usage);
+    int value = 0;
     EXPECT_EQ(BAD_VALUE, mProducer->query(1000, &value));
 
     sp<GraphicBuffer> buffer;
@@ -353,10 +337,7 @@ TEST_F(BufferQueueTest, ConsumerSettingsShapeTheBuffers) {
     ASSERT_EQ(OK, mConsumer->acquireBuffer(&item, 0));
     EXPECT_EQ(HAL_DATASPACE_V0_JFIF, item.mDataSpace);  // UNKNOWN takes the default
 
-    // Sizes must be both zero or both set.
-    sp<Fence> fence;
-    EXPECT_EQ(BAD_VALUE,
-              mProducer->dequeueBuffer(&slot, &fence, 10, 0, 0, kCpuUsage, nullptr, nullptr));
+    EXPECT_EQ(BAD_VALUE, tryDequeue(nullptr, 10, 0));  // sizes are both zero or both set
 }
 
 TEST_F(BufferQueueTest, LastQueuedBufferComesWithItsFenceAndTransform) {
@@ -374,13 +355,7 @@ TEST_F(BufferQueueTest, LastQueuedBufferComesWithItsFenceAndTransform) {
     int pipeFds[2];
     ASSERT_EQ(0, pipe(pipeFds));
     sp<Fence> acquireFence = new Fence(pipeFds[0]);
-    IGraphicBufferProducer::QueueBufferOutput output;
-    ASSERT_EQ(OK,
-              mProducer->queueBuffer(slot,
-                                     IGraphicBufferProducer::QueueBufferInput(
-                                             5, false, HAL_DATASPACE_UNKNOWN, Rect::EMPTY_RECT,
-                                             NATIVE_WINDOW_SCALING_MODE_FREEZE, 0, acquireFence),
-                                     &output));
+    ASSERT_EQ(OK, queue(slot, 5, Rect::EMPTY_RECT, acquireFence));
     ASSERT_EQ(OK, mProducer->getLastQueuedBuffer(&last, &fence, matrix));
     EXPECT_EQ(buffer.get(), last.get());
     EXPECT_EQ(acquireFence.get(), fence.get());
@@ -395,7 +370,7 @@ TEST_F(BufferQueueTest, LastQueuedBufferComesWithItsFenceAndTransform) {
     EXPECT_EQ(nullptr, last);
 }
 
-TEST_F(BufferQueueTest, DiscardedFreeBuffersAreAllocatedAgain) {
+TEST_F(BufferQueueTest, DiscardedOrFailedBuffersAreAllocatedAgain) {
     connectConsumer();
     connectProducer();
     int slot = dequeue();
@@ -404,49 +379,24 @@ TEST_F(BufferQueueTest, DiscardedFreeBuffersAreAllocatedAgain) {
     uint64_t released = 0;
     ASSERT_EQ(OK, mConsumer->getReleasedBuffers(&released));
     EXPECT_NE(0u, released & (uint64_t{1} << slot));
-    int again;
-    sp<Fence> fence;
-    EXPECT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION,
-              mProducer->dequeueBuffer(&again, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
-}
-
-TEST_F(BufferQueueTest, AllocationFailureFreesTheSlot) {
-    connectConsumer();
-    connectProducer();
+    // A failed allocation gives the slot back: both buffers of the queue can still be dequeued.
     host::injectFault("buffer.allocate", NO_MEMORY);
-    int slot;
-    sp<Fence> fence;
-    EXPECT_EQ(NO_MEMORY,
-              mProducer->dequeueBuffer(&slot, &fence, 0, 0, 0, kCpuUsage, nullptr, nullptr));
-    // The slot went back: both buffers of the queue can still be dequeued.
-    dequeue();
+    EXPECT_EQ(NO_MEMORY, tryDequeue());
+    EXPECT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION, tryDequeue());
     dequeue();
 }
 
-class ConsumerClassesTest : public ::testing::Test {
+// The consumer classes on the queue of BufferQueueTest (whose listener stays unconnected).
+class ConsumerClassesTest : public BufferQueueTest {
 protected:
-    void SetUp() override { BufferQueue::createBufferQueue(&mProducer, &mConsumer); }
-
     void produce(const std::vector<uint8_t>& contents, int64_t timestamp) {
-        int slot;
-        sp<Fence> fence;
-        ASSERT_GE(mProducer->dequeueBuffer(&slot, &fence, 0, 0, 0, GRALLOC_USAGE_SW_WRITE_OFTEN,
-                                           nullptr, nullptr),
-                  0);
         sp<GraphicBuffer> buffer;
-        ASSERT_EQ(OK, mProducer->requestBuffer(slot, &buffer));
+        const int slot = dequeue(&buffer);
+        ASSERT_GE(slot, 0);
         ASSERT_TRUE(host::writeBufferContents(*buffer, contents.data(), contents.size()));
-        IGraphicBufferProducer::QueueBufferOutput output;
-        ASSERT_EQ(OK, mProducer->queueBuffer(
-                              slot,
-                              IGraphicBufferProducer::QueueBufferInput(
-                                      timestamp, false, HAL_DATASPACE_UNKNOWN, Rect(2, 2, 8, 6),
-                                      NATIVE_WINDOW_SCALING_MODE_SCALE_CROP, 0, Fence::NO_FENCE),
-                              &output));
+        ASSERT_EQ(OK, queue(slot, timestamp, Rect(2, 2, 8, 6), Fence::NO_FENCE,
+                            NATIVE_WINDOW_SCALING_MODE_SCALE_CROP));
     }
-
-    sp<IGraphicBufferProducer> mProducer;
-    sp<IGraphicBufferConsumer> mConsumer;
 };
 
 TEST_F(ConsumerClassesTest, CpuConsumerLocksFrameAsFlexibleYuv) {
@@ -454,8 +404,7 @@ TEST_F(ConsumerClassesTest, CpuConsumerLocksFrameAsFlexibleYuv) {
     sp<CpuConsumer> consumer = new CpuConsumer(mConsumer, 1);
     ASSERT_EQ(OK, consumer->setDefaultBufferSize(100, 10));
     ASSERT_EQ(OK, consumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_YCrCb_420_SP));
-    IGraphicBufferProducer::QueueBufferOutput output;
-    ASSERT_EQ(OK, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
+    connectProducer();
 
     std::vector<uint8_t> nv21(1500);
     for (size_t i = 0; i < nv21.size(); i++) nv21[i] = static_cast<uint8_t>(i % 251);
@@ -488,11 +437,8 @@ TEST_F(ConsumerClassesTest, BufferItemConsumerHandsOutItemsAndAbandonsOnDestruct
             new BufferItemConsumer(mConsumer, GRALLOC_USAGE_SW_READ_OFTEN, 2);
     ASSERT_EQ(OK, consumer->setDefaultBufferSize(10, 10));
     ASSERT_EQ(OK, consumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_RGBA_8888));
-    IGraphicBufferProducer::QueueBufferOutput output;
-    ASSERT_EQ(OK, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
-    int value = 0;
-    ASSERT_EQ(OK, mProducer->query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS, &value));
-    EXPECT_EQ(2, value);
+    connectProducer();
+    EXPECT_EQ(2, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
 
     std::vector<uint8_t> pixels(400, 0xC3);
     produce(pixels, 1);
@@ -514,6 +460,7 @@ TEST_F(ConsumerClassesTest, BufferItemConsumerHandsOutItemsAndAbandonsOnDestruct
     ASSERT_EQ(OK, consumer->releaseBuffer(third));
 
     consumer.clear();  // the last reference abandons the queue
+    int value = 0;
     EXPECT_EQ(NO_INIT, mProducer->query(NATIVE_WINDOW_WIDTH, &value));
 }
 

@@ -2,11 +2,8 @@
 
 #include <android_runtime/android_hardware_HardwareBuffer.h>
 #include <hostmedia/ImageReaderState.h>
-#include <hostproperties/HostProperties.h>
-#include <unistd.h>
 
 #include <cstring>
-#include <thread>
 
 #include "media_test_support.h"
 
@@ -143,34 +140,6 @@ TEST_F(ImageReaderTest, RefusesNv21ReadersAndMismatchedBuffers) {
     EXPECT_EQ(callInt(image, "getFormat"), kJpeg);
     EXPECT_EQ(callInt(image, "getDataSpace"), HAL_DATASPACE_V0_JFIF);
     close(reader);
-}
-
-// By default the acquire waits for the frame's acquire fence, as Android's Java reader does;
-// with host.imagereader.fence_wait=lock it returns at once and the fence stays with the item.
-TEST_F(ImageReaderTest, AcquireWaitsForTheFenceUnlessLocksAreToWait) {
-    for (bool lockWaits : {false, true}) {
-        SCOPED_TRACE(lockWaits ? "lock" : "acquire");
-        if (lockWaits) host::setProperty("host.imagereader.fence_wait", "lock");
-        jobject reader = newReader(32, 16, kYuv420888, 1);
-        sp<Surface> surface = producerOf(reader);
-        ANativeWindow* window = surface.get();
-        ANativeWindowBuffer* anwb = nullptr;
-        ASSERT_EQ(native_window_dequeue_buffer_and_wait(window, &anwb), OK);
-        int fence[2];
-        ASSERT_EQ(pipe(fence), 0);
-        ASSERT_EQ(window->queueBuffer(window, anwb, fence[0]), OK);
-        std::thread signaller([&] {
-            usleep(100000);
-            ASSERT_EQ(write(fence[1], "s", 1), 1);
-        });
-        jobject image = acquireNext(reader);
-        ASSERT_NE(image, nullptr);
-        EXPECT_EQ(itemOf(image)->mFence->getStatus() == android::Fence::Status::Signaled,
-                  !lockWaits);
-        signaller.join();
-        ::close(fence[1]);
-        close(reader);
-    }
 }
 
 }  // namespace

@@ -69,12 +69,15 @@ protected:
         return reinterpret_cast<BufferItem*>(env->GetLongField(image, nativeBuffer));
     }
 
+    jobject surfaceOf(jobject reader) {
+        return callObject(reader, "getSurface", "()Landroid/view/Surface;");
+    }
+
     // A producer Surface on the reader's queue, connected as the camera service connects one
     // (not controlled by the app, so queued frames wait for the reader instead of replacing
     // each other).
     sp<Surface> producerOf(jobject reader) {
-        jobject javaSurface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
-        sp<Surface> appSurface = android::android_view_Surface_getSurface(env, javaSurface);
+        sp<Surface> appSurface = android::android_view_Surface_getSurface(env, surfaceOf(reader));
         if (appSurface == nullptr) {
             ADD_FAILURE() << "the reader has no Surface";
             return nullptr;

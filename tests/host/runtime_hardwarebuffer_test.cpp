@@ -102,12 +102,6 @@ TEST_F(HardwareBufferTest, CreatesBuffersOfEveryTargetFormatWithTheProfilesStrid
         EXPECT_EQ(lastInt, c.format);
         call(buffer, "getWidth", "()I");
         EXPECT_EQ(lastInt, 1000);
-        // The buffer is CPU-writable as a producer writes it.
-        sp<GraphicBuffer> graphicBuffer = GraphicBuffer::fromAHardwareBuffer(native);
-        void* pixels = nullptr;
-        ASSERT_EQ(graphicBuffer->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &pixels), android::OK);
-        EXPECT_NE(pixels, nullptr);
-        EXPECT_EQ(graphicBuffer->unlock(), android::OK);
         call(buffer, "close", "()V");
         env->DeleteLocalRef(buffer);
     }

@@ -5,14 +5,10 @@
 #include <hostcontrol/FaultInjection.h>
 #include <testsupport/JniTest.h>
 #include <testsupport/TestSurface.h>
-#include <ui/GraphicBuffer.h>
-
-#include <cstring>
 
 namespace {
 
 using android::BufferItem;
-using android::GraphicBuffer;
 using android::OK;
 using android::sp;
 using android::Surface;
@@ -39,7 +35,7 @@ protected:
     }
 };
 
-TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindow) {
+TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindowUntilReleased) {
     TestSurface ts = makeTestSurface(env);
     ASSERT_NE(ts.javaSurface, nullptr);
 
@@ -56,34 +52,30 @@ TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindow) {
     EXPECT_TRUE(android::android_view_Surface_isInstanceOf(env, ts.javaSurface));
     jstring notASurface = env->NewStringUTF("surface");
     EXPECT_FALSE(android::android_view_Surface_isInstanceOf(env, notASurface));
-}
 
-TEST_F(SurfaceGlueTest, TheJavaSurfaceOwnsAStrongReferenceUntilReleased) {
-    TestSurface ts = makeTestSurface(env);
+    // The Java object owns a strong reference until released.
     wp<Surface> weak = ts.surface;
     ts.surface.clear();
-    // Only the Java object holds the native Surface now.
+    surface.clear();
+    window.clear();
     EXPECT_NE(weak.promote(), nullptr);
-
     ts.releaseJavaSurface();
     EXPECT_EQ(weak.promote(), nullptr);
     EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
     ts.releaseJavaSurface();  // a second release does nothing
 }
 
+// A released Java Surface and one never attached both answer null, without an exception.
 TEST_F(SurfaceGlueTest, ASurfaceWithoutNativeObjectYieldsNullWithoutException) {
     TestSurface ts = makeTestSurface(env);
     ts.releaseJavaSurface();
-    EXPECT_EQ(android::android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
-    EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
-    expectNoPendingException();
-
-    jobject empty = newEmptyJavaSurface();
-    ASSERT_NE(empty, nullptr);
-    EXPECT_EQ(android::android_view_Surface_getSurface(env, empty), nullptr);
-    EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, empty), nullptr);
-    expectNoPendingException();
-    EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, empty));
+    for (jobject surface : {ts.javaSurface, newEmptyJavaSurface()}) {
+        ASSERT_NE(surface, nullptr);
+        EXPECT_EQ(android::android_view_Surface_getSurface(env, surface), nullptr);
+        EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, surface), nullptr);
+        expectNoPendingException();
+        EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, surface));
+    }
 }
 
 TEST_F(SurfaceGlueTest, ANullSurfaceObjectAborts) {
@@ -101,15 +93,12 @@ TEST_F(SurfaceGlueTest, AnArmedFaultThrowsFromTheGlue) {
     EXPECT_EQ(android::android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
     std::optional<JavaException> thrown = takePendingException(env);
     ASSERT_TRUE(thrown);
-    EXPECT_EQ(thrown->className, "java.lang.IllegalStateException");
-    EXPECT_EQ(thrown->message, "injected fault");
-
+    EXPECT_EQ(describe(*thrown), "java.lang.IllegalStateException: injected fault");
     host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
     EXPECT_EQ(android::android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
     thrown = takePendingException(env);
     ASSERT_TRUE(thrown);
     EXPECT_EQ(describe(*thrown), "java.lang.IllegalStateException: injected fault");
-
     // Each getter records its own point only, once per call.
     EXPECT_EQ(host::recordedCalls(),
               (std::vector<std::string>{"jni.android_view_Surface_getSurface",
@@ -128,21 +117,6 @@ TEST_F(SurfaceGlueTest, ANullProducerYieldsNullWithoutTouchingTheVm) {
     expectNoPendingException();
 }
 
-// Dequeues one buffer from `window`, fills it with `value`, and queues it with `timestamp`.
-void produceFrame(ANativeWindow* window, uint8_t value, int64_t timestamp) {
-    ASSERT_EQ(native_window_set_buffers_timestamp(window, timestamp), OK);
-    ANativeWindowBuffer* buffer = nullptr;
-    int fenceFd = -1;
-    ASSERT_EQ(window->dequeueBuffer(window, &buffer, &fenceFd), OK);
-    if (fenceFd >= 0) close(fenceFd);
-    sp<GraphicBuffer> graphicBuffer = GraphicBuffer::from(buffer);
-    void* pixels = nullptr;
-    ASSERT_EQ(graphicBuffer->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &pixels), OK);
-    memset(pixels, value, graphicBuffer->getStride() * graphicBuffer->getHeight() * 4);
-    ASSERT_EQ(graphicBuffer->unlock(), OK);
-    ASSERT_EQ(window->queueBuffer(window, buffer, -1), OK);
-}
-
 TEST_F(SurfaceGlueTest, ASurfaceMadeFromAProducerFeedsTheSameQueue) {
     TestSurface ts = makeTestSurface(env);
     jobject second =
@@ -154,22 +128,17 @@ TEST_F(SurfaceGlueTest, ASurfaceMadeFromAProducerFeedsTheSameQueue) {
     EXPECT_NE(secondSurface, ts.surface);
     EXPECT_EQ(secondSurface->getIGraphicBufferProducer(), ts.producer);
 
-    // A frame produced through the second Surface reaches the first one's consumer.
+    // A frame produced through the second Surface reaches the first one's consumer (what it
+    // carries through a Surface is SurfaceTest's concern).
     ANativeWindow* window = secondSurface.get();
     ASSERT_EQ(native_window_api_connect(window, NATIVE_WINDOW_API_CPU), OK);
-    ASSERT_EQ(native_window_set_usage(window, GRALLOC_USAGE_SW_WRITE_OFTEN), OK);
-    produceFrame(window, 0x5A, 123456789);
-
+    ASSERT_EQ(native_window_set_buffers_timestamp(window, 123456789), OK);
+    ANativeWindowBuffer* buffer = nullptr;
+    ASSERT_EQ(native_window_dequeue_buffer_and_wait(window, &buffer), OK);
+    ASSERT_EQ(window->queueBuffer(window, buffer, -1), OK);
     BufferItem item;
     ASSERT_EQ(ts.consumer->acquireBuffer(&item, 0), OK);
     EXPECT_EQ(item.mTimestamp, 123456789);
-    ASSERT_NE(item.mGraphicBuffer, nullptr);
-    EXPECT_EQ(item.mGraphicBuffer->getWidth(), 64u);
-    void* pixels = nullptr;
-    ASSERT_EQ(item.mGraphicBuffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &pixels), OK);
-    EXPECT_EQ(static_cast<uint8_t*>(pixels)[0], 0x5A);
-    EXPECT_EQ(static_cast<uint8_t*>(pixels)[4 * 64 * 48 - 1], 0x5A);
-    ASSERT_EQ(item.mGraphicBuffer->unlock(), OK);
     EXPECT_EQ(ts.consumer->releaseBuffer(item), OK);
     EXPECT_EQ(native_window_api_disconnect(window, NATIVE_WINDOW_API_CPU), OK);
 

@@ -35,19 +35,8 @@ std::vector<Size> frameSizes() {
 enum class Layout { NV21, NV12, Planar, Step3, Overlapping };
 
 const char* layoutName(Layout l) {
-    switch (l) {
-        case Layout::NV21:
-            return "NV21";
-        case Layout::NV12:
-            return "NV12";
-        case Layout::Planar:
-            return "Planar";
-        case Layout::Step3:
-            return "Step3";
-        case Layout::Overlapping:
-            return "Overlapping";
-    }
-    return "?";
+    static const char* const kNames[] = {"NV21", "NV12", "Planar", "Step3", "Overlapping"};
+    return kNames[static_cast<int>(l)];
 }
 
 // Where the planes of one frame lie within one output buffer, with a canary margin on each side.
@@ -64,37 +53,19 @@ Geometry geometry(Layout layout, size_t w, size_t h, size_t pad) {
     g.yOff = kMargin;
     g.yStride = w + pad;
     const size_t yEnd = g.yOff + g.yStride * h;
-    switch (layout) {
-        case Layout::NV21:
-        case Layout::NV12:
-            g.step = 2;
-            g.cStride = 2 * cw + pad;
-            g.crOff = layout == Layout::NV21 ? yEnd : yEnd + 1;
-            g.cbOff = layout == Layout::NV21 ? yEnd + 1 : yEnd;
-            g.total = yEnd + g.cStride * ch;
-            break;
-        case Layout::Planar:
-            g.step = 1;
-            g.cStride = cw + pad;
-            g.crOff = yEnd;
-            g.cbOff = yEnd + g.cStride * ch;
-            g.total = g.cbOff + g.cStride * ch;
-            break;
-        case Layout::Step3:
-            g.step = 3;
-            g.cStride = 3 * cw + pad;
-            g.crOff = yEnd;
-            g.cbOff = yEnd + 1;
-            g.total = yEnd + g.cStride * ch;
-            break;
-        case Layout::Overlapping:
-            // The chroma starts in the middle of the Y plane.
-            g.step = 2;
-            g.cStride = 2 * cw + pad;
-            g.crOff = g.yOff + (g.yStride * h) / 2;
-            g.cbOff = g.crOff + 1;
-            g.total = std::max(yEnd, g.crOff + g.cStride * ch);
-            break;
+    g.step = layout == Layout::Planar ? 1 : layout == Layout::Step3 ? 3 : 2;
+    g.cStride = g.step * cw + pad;  // planar: one plane per component
+    g.crOff = layout == Layout::NV12 ? yEnd + 1 : yEnd;
+    g.cbOff = layout == Layout::NV12 ? yEnd : yEnd + 1;
+    g.total = yEnd + g.cStride * ch;
+    if (layout == Layout::Planar) {
+        g.cbOff = yEnd + g.cStride * ch;
+        g.total = g.cbOff + g.cStride * ch;
+    } else if (layout == Layout::Overlapping) {
+        // The chroma starts in the middle of the Y plane.
+        g.crOff = g.yOff + (g.yStride * h) / 2;
+        g.cbOff = g.crOff + 1;
+        g.total = std::max(yEnd, g.crOff + g.cStride * ch);
     }
     g.total += kMargin;
     return g;

@@ -49,13 +49,11 @@ void expectYuvOrder(const std::optional<std::string>& board, int expected) {
             << "board '" << board.value_or("<unset>") << "'";
 }
 
-TEST(PlatformUtilTest, NamedQualcommBoardsAreNv12) {
+// The named Qualcomm boards are NV12, everything else (near misses, other vendors, unset) NV21.
+TEST(PlatformUtilTest, YuvOrderFollowsTheBoard) {
     for (const char* board : {"msmnile", "kona", "lahaina", "sm6150", "lito", "atoll"}) {
         expectYuvOrder(std::string(board), YUV_ORDER_NV12);
     }
-}
-
-TEST(PlatformUtilTest, EverythingElseIsNv21) {
     for (const char* board :
          {"kona-v2", "Kona", "KONA", "kona ", " kona", "lahain", "sdm845", "taro", "mt6893", ""}) {
         expectYuvOrder(std::string(board), YUV_ORDER_NV21);

@@ -96,11 +96,8 @@ TEST_F(SurfaceGeometryTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) {
 #endif
 }
 
+// Not NV21 (NV21 without the display flag: FormatWithoutDisplayFlagSetsTheFormatOnly).
 TEST_F(SurfaceGeometryTest, OnlyNv21IsOverriddenAndOnlyForDisplays) {
-    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
-                                             false),
-              0);
-    EXPECT_EQ(nextFrame().mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
     EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YV12, true), 0);
     EXPECT_EQ(nextFrame().mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YV12);
 }

@@ -11,22 +11,13 @@
 #include <string>
 
 #include "LibraryTestSupport.h"
+#include "SurfaceTestSupport.h"
 
 namespace nuvra::test {
 namespace {
 
 class SurfaceQueriesTest : public JniTest {
 protected:
-    void expectPending(const std::string& className, const std::string& message) {
-        std::optional<JavaException> e = takePendingException(env);
-        ASSERT_TRUE(e.has_value());
-        EXPECT_EQ(e->className, className);
-        EXPECT_EQ(e->message, message);
-    }
-    void expectNoException() {
-        std::optional<JavaException> e = takePendingException(env);
-        EXPECT_FALSE(e.has_value()) << describe(*e);
-    }
     jintArray intArray(std::vector<jint> values) {
         jintArray a = env->NewIntArray(static_cast<jsize>(values.size()));
         env->SetIntArrayRegion(a, 0, static_cast<jsize>(values.size()), values.data());
@@ -39,10 +30,6 @@ protected:
     }
 };
 
-std::string errorText(const char* what, int err) {
-    return std::string(what) + " " + strerror(-err) + " (" + std::to_string(err) + ").";
-}
-
 TEST_F(SurfaceQueriesTest, DimensFillTheFirstTwoElements) {
     setLogLevel("V");
     TestSurfaceConfig config;
@@ -52,7 +39,7 @@ TEST_F(SurfaceQueriesTest, DimensFillTheFirstTwoElements) {
     jintArray dimens = intArray({-1, -1, 77});
     host::resetFaultsAndCalls();
     EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), 0);
-    expectNoException();
+    expectNoPendingException(env);
     EXPECT_EQ(contents(dimens), (std::vector<jint>{320, 240, 77}));
     EXPECT_EQ(host::recordedCalls(),
               (std::vector<std::string>{"jni.android_view_Surface_getNativeWindow",
@@ -64,14 +51,14 @@ TEST_F(SurfaceQueriesTest, DimensFillTheFirstTwoElements) {
 TEST_F(SurfaceQueriesTest, DimensArgumentIsCheckedBeforeTheSurface) {
     // A one-element array is refused even with a null Surface, and nothing is thrown.
     EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, intArray({5})), -22);
-    expectNoException();
+    expectNoPendingException(env);
     EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
                        "nativeDetectSurfaceDimens: Invalid length of dimens argument in "
                        "nativeDetectSurfaceDimens"));
     TestSurface ts = makeTestSurface(env);
     host::resetFaultsAndCalls();
     EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, nullptr), -22);
-    expectNoException();
+    expectNoPendingException(env);
     EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
                        "nativeDetectSurfaceDimens: Null dimens argument passed to "
                        "nativeDetectSurfaceDimens"));
@@ -88,15 +75,15 @@ TEST_F(SurfaceQueriesTest, FailedWidthQueryStopsBeforeTheHeight) {
     EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
     EXPECT_TRUE(logged(
             kSurfaceTag, ANDROID_LOG_ERROR,
-            errorText("nativeDetectSurfaceDimens: Error while querying surface width", -19)));
+            withError("nativeDetectSurfaceDimens: Error while querying surface width", -19)));
 
     host::injectFault("window.query.HEIGHT", -110);
     EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), -110);
     EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
     EXPECT_TRUE(logged(
             kSurfaceTag, ANDROID_LOG_ERROR,
-            errorText("nativeDetectSurfaceDimens: Error while querying surface height", -110)));
-    expectNoException();
+            withError("nativeDetectSurfaceDimens: Error while querying surface height", -110)));
+    expectNoPendingException(env);
 }
 
 // The three single-value queries share their frame; each is checked the same way.
@@ -136,7 +123,7 @@ TEST_F(SurfaceQueriesTest, ValuesOfTheConsumerAreReturned) {
     // Bits above 31 come back intact.
     EXPECT_EQ(static_cast<uint64_t>(queries[2].call(env, ts.javaSurface)) & config.consumerUsage,
               config.consumerUsage);
-    expectNoException();
+    expectNoPendingException(env);
 }
 
 TEST_F(SurfaceQueriesTest, EachQueryReportsAMissingWindowAndPlatformErrors) {
@@ -145,7 +132,7 @@ TEST_F(SurfaceQueriesTest, EachQueryReportsAMissingWindowAndPlatformErrors) {
         SCOPED_TRACE(q.name);
         host::clearCapturedLogs();
         EXPECT_EQ(q.call(env, nullptr), -22);
-        expectPending("java.lang.NullPointerException", "surface");
+        expectPendingException(env, "java.lang.NullPointerException", "surface");
         EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE), std::vector<std::string>{q.name});
         EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
                   std::vector<std::string>{std::string(q.name) +
@@ -155,24 +142,14 @@ TEST_F(SurfaceQueriesTest, EachQueryReportsAMissingWindowAndPlatformErrors) {
         host::resetFaultsAndCalls();
         host::injectFault(q.faultPoint, -19);
         EXPECT_EQ(q.call(env, ts.javaSurface), -19);  // sign kept, also when widened to 64 bits
-        expectNoException();
-        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, errorText(q.errorPrefix, -19)));
+        expectNoPendingException(env);
+        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, withError(q.errorPrefix, -19)));
 
         ts.releaseJavaSurface();
         EXPECT_EQ(q.call(env, ts.javaSurface), -22);
-        expectPending("java.lang.IllegalArgumentException", "Surface had no valid native window.");
+        expectPendingException(env, "java.lang.IllegalArgumentException",
+                               "Surface had no valid native window.");
     }
-}
-
-TEST_F(SurfaceQueriesTest, AbandonedQueueReturnsItsErrorInPlaceOfTheFormat) {
-    TestSurface ts = makeTestSurface(env);
-    ts.consumer->abandon();
-    EXPECT_EQ(util()->nativeDetectSurfaceType(env, ts.javaSurface), -19);
-    expectNoException();
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       errorText("nativeDetectSurfaceType: Error while querying surface pixel "
-                                 "format",
-                                 -19)));
 }
 
 }  // namespace
