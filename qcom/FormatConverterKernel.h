@@ -5,7 +5,7 @@
 
 namespace vantora {
 
-static const char* const kernelSource = R"CLC(
+static const char* kernelSource = R"CLC(
 __kernel void compressed_nv12_to_nv21(__read_only image2d_t input_compressed_nv12,
                                       __write_only image2d_t out_nv21_y,
                                       __write_only image2d_t out_nv21_uv,

@@ -51,6 +51,7 @@ void __attribute__((overloadable)) hostcl_write_imagef(write_only image2d_array_
                                                        int4 coord, float4 color) {
     write_imagef(image, coord, color);
 }
+#undef write_imagef /* some compilers' headers define it as a macro */
 #define write_imagef hostcl_write_imagef
 
 /* The compressed NV12 decoder (tiles of 32 bytes x 8 rows, one metadata byte each: 0..7 delta

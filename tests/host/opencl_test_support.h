@@ -24,17 +24,20 @@ namespace hosttest {
 // The entry points the tests call, resolved from one driver library.
 struct ClDriver {
     void* handle = nullptr;
-#define HOSTTEST_CL_FUNCTIONS(X)                                                                 \
-    X(clGetPlatformIDs)                                                                          \
-    X(clGetDeviceIDs) X(clGetDeviceInfo) X(clCreateContext) X(clReleaseContext) X(               \
-            clCreateCommandQueue) X(clReleaseCommandQueue) X(clCreateProgramWithSource)          \
-            X(clBuildProgram) X(clReleaseProgram) X(clCreateKernel) X(clReleaseKernel) X(        \
-                    clSetKernelArg) X(clEnqueueNDRangeKernel) X(clFinish) X(clCreateImage)       \
-                    X(clReleaseMemObject) X(clGetImageInfo) X(clCreateBuffer) X(                 \
-                            clEnqueueReadBuffer) X(clEnqueueMapImage) X(clEnqueueUnmapMemObject) \
-                            X(clCreateSampler) X(clReleaseSampler) X(clGetDeviceImageInfoQCOM)   \
-                                    X(clGetExtensionFunctionAddress) X(clCreateFromGLBuffer)     \
-                                            X(clGetGLContextInfoKHR) X(clGetProgramBuildInfo)
+#define HOSTTEST_CL_FUNCTIONS(X)                                                               \
+    X(clGetPlatformIDs)                                                                        \
+    X(clGetDeviceIDs)                                                                          \
+    X(clGetDeviceInfo) X(clCreateContext) X(clReleaseContext) X(clCreateCommandQueue) X(       \
+            clReleaseCommandQueue) X(clCreateProgramWithSource) X(clBuildProgram)              \
+            X(clReleaseProgram) X(clCreateKernel) X(clReleaseKernel) X(clSetKernelArg) X(      \
+                    clEnqueueNDRangeKernel) X(clFinish) X(clCreateImage) X(clReleaseMemObject) \
+                    X(clGetImageInfo) X(clCreateBuffer) X(clEnqueueReadBuffer)                 \
+                            X(clEnqueueMapImage) X(clEnqueueUnmapMemObject) X(clCreateSampler) \
+                                    X(clReleaseSampler) X(clGetDeviceImageInfoQCOM)            \
+                                            X(clGetExtensionFunctionAddress)                   \
+                                                    X(clCreateFromGLBuffer)                    \
+                                                            X(clGetGLContextInfoKHR)           \
+                                                                    X(clGetProgramBuildInfo)
 #define HOSTTEST_CL_MEMBER(name) decltype(&::name) name = nullptr;
     HOSTTEST_CL_FUNCTIONS(HOSTTEST_CL_MEMBER)
 
