@@ -15,9 +15,10 @@ namespace hostcl {
 namespace {
 
 std::mutex gImagesLock;
+// Destroyed when the driver is unloaded (the library loads and unloads it for each conversion).
 std::unordered_map<cl_mem, QcomImage>& images() {
-    static auto* table = new std::unordered_map<cl_mem, QcomImage>();
-    return *table;
+    static std::unordered_map<cl_mem, QcomImage> table;
+    return table;
 }
 
 bool isQcomOrder(cl_uint order) {

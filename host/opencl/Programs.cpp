@@ -14,8 +14,8 @@ namespace {
 std::mutex gKernelsLock;
 // Per kernel, the compressed images set as its arguments, by argument index.
 std::map<cl_kernel, std::map<cl_uint, cl_mem>>& compressedArgs() {
-    static auto* table = new std::map<cl_kernel, std::map<cl_uint, cl_mem>>();
-    return *table;
+    static std::map<cl_kernel, std::map<cl_uint, cl_mem>> table;
+    return table;
 }
 
 // Enqueues the decoder for one compressed image; its event goes into `events`.

@@ -4,7 +4,7 @@
 Reads the prototypes from the Khronos headers, so each forwarder has exactly the signature the
 headers give. Entry points listed in EntryPoints.txt but implemented by hand elsewhere in the
 driver are skipped (HANDWRITTEN). Run again after changing either list:
-    python3 generate_forwarders.py /usr/include/CL > Forwarders.cpp
+    python3 generate_forwarders.py /usr/include/CL > Forwarders.cpp && clang-format -i Forwarders.cpp
 """
 import re
 import sys

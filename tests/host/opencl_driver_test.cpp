@@ -3,6 +3,8 @@
 
 #include <hostcontrol/DeviceProfile.h>
 #include <hostopencl/HostOpenCl.h>
+#include <hostvndksupport/SphalNamespace.h>
+#include <vndksupport/linker.h>
 
 #include <cstdio>
 #include <fstream>
@@ -97,6 +99,24 @@ TEST(OpenClDriverExports, EachVariantExportsTheEntryPointsButItsOmittedOne) {
         expected.erase(c.omitted);
         EXPECT_EQ(dynamicExports(c.path), expected) << c.path;
     }
+}
+
+TEST(OpenClDriverExports, OnlyTheVendorCopyIsInTheSphalNamespace) {
+    const std::vector<std::string> saved = host::sphalSearchPath();
+    host::setSphalSearchPath({HOST_OPENCL_VENDOR_DIR});
+    void* vendor = android_load_sphal_library("libOpenCL.so", RTLD_NOW | RTLD_GLOBAL);
+    EXPECT_NE(vendor, nullptr);
+    EXPECT_EQ(android_load_sphal_library("libOpenCL_system.so", RTLD_NOW | RTLD_GLOBAL), nullptr);
+    // Plain dlopen searches this binary's run path, which holds the system folder.
+    void* system = dlopen("libOpenCL_system.so", RTLD_NOW | RTLD_GLOBAL);
+    ASSERT_NE(system, nullptr);
+    Dl_info info{};
+    ASSERT_NE(dladdr(dlsym(system, "clGetDeviceImageInfoQCOM"), &info), 0);
+    EXPECT_STREQ(info.dli_fname, HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so");
+    for (void* handle : {vendor, system}) {
+        if (handle != nullptr) dlclose(handle);
+    }
+    host::setSphalSearchPath(saved);
 }
 
 TEST(OpenClDriver, NeitherInterposesWithTheIcdLoaderNorPocl) {
