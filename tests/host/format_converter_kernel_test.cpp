@@ -2,6 +2,7 @@
 // compressed frame in, NV21 out, compared byte for byte with the same contract on the CPU.
 
 #include "opencl_test_support.h"
+#include "qcom/FormatConverterKernel.h"
 
 namespace hosttest {
 namespace {
@@ -9,21 +10,21 @@ namespace {
 // Converts `buffer` (compressed NV12) with the library's kernel as the converter does: images over
 // the native buffers, plane images of the Venus NV21 output, one work item per 2x2 block, then
 // the planes mapped and copied out row by row. Returns false at the first failing call.
-bool convertOnDevice(android::GraphicBuffer& buffer, size_t width, size_t height, uint8_t* dst) {
-    ClSession& s = ClSession::get();
+bool convertOnDevice(ClSession& s, android::GraphicBuffer& buffer, size_t width, size_t height,
+                     uint8_t* dst) {
     ClDriver& cl = s.cl;
     cl_int status = CL_SUCCESS;
     cl_kernel kernel = cl.clCreateKernel(s.program, "compressed_nv12_to_nv21", &status);
     auto inputRecord = nativeBufferRecord(buffer, CL_MEM_HOST_UNCACHED_QCOM);
     cl_mem input =
-            qcomImage(CL_QCOM_COMPRESSED_NV12, width, height, &inputRecord, nullptr, &status);
+            qcomImage(CL_QCOM_COMPRESSED_NV12, width, height, &inputRecord, nullptr, &status, s);
     android::sp<android::GraphicBuffer> output =
             new android::GraphicBuffer(uint32_t(width), uint32_t(height),
                                        HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS, 1, 0x333, "nv21");
     auto outputRecord = nativeBufferRecord(*output, CL_MEM_HOST_WRITEBACK_QCOM);
-    cl_mem nv12 = qcomImage(CL_QCOM_NV12, width, height, &outputRecord, nullptr, &status);
-    cl_mem yPlane = qcomImage(CL_QCOM_NV12_Y, width, height, nullptr, nv12, &status);
-    cl_mem uvPlane = qcomImage(CL_QCOM_NV12_UV, width, height, nullptr, nv12, &status);
+    cl_mem nv12 = qcomImage(CL_QCOM_NV12, width, height, &outputRecord, nullptr, &status, s);
+    cl_mem yPlane = qcomImage(CL_QCOM_NV12_Y, width, height, nullptr, nv12, &status, s);
+    cl_mem uvPlane = qcomImage(CL_QCOM_NV12_UV, width, height, nullptr, nv12, &status, s);
     cl_sampler sampler = cl.clCreateSampler(s.context, CL_FALSE, CL_ADDRESS_CLAMP_TO_EDGE,
                                             CL_FILTER_NEAREST, &status);
     bool ok = kernel && input && nv12 && yPlane && uvPlane && sampler;
@@ -75,7 +76,7 @@ TEST(FormatConverterKernel, Nv21OutputMatchesTheCpuComputation) {
         android::sp<android::GraphicBuffer> buffer = compressedBuffer(picture);
         const size_t w = c.width, h = c.height;
         std::vector<uint8_t> dst(w * h * 3 / 2, 0xA5);
-        ASSERT_TRUE(convertOnDevice(*buffer, w, h, dst.data())) << w << "x" << h;
+        ASSERT_TRUE(convertOnDevice(ClSession::get(), *buffer, w, h, dst.data())) << w << "x" << h;
 
         // The kernel covers whole 2x2 blocks: an odd last column or row of luma stays unwritten.
         size_t wrong = 0;
@@ -90,6 +91,25 @@ TEST(FormatConverterKernel, Nv21OutputMatchesTheCpuComputation) {
             }
         }
         EXPECT_EQ(wrong, 0u) << w << "x" << h;
+    }
+}
+
+TEST(FormatConverterKernel, DriverLoadedAndUnloadedForEachConversion) {
+    // As the library does: load, build, convert, release, unload; twice. The system copy is used
+    // so that this test's opens and closes are the only ones (the vendor copy stays loaded).
+    const Nv12Picture picture = makePicture(64, 32, true, 7);
+    android::sp<android::GraphicBuffer> buffer = compressedBuffer(picture);
+    for (int round = 0; round < 2; ++round) {
+        std::vector<uint8_t> dst(64 * 32 * 3 / 2);
+        {
+            ClSession session(HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so",
+                              {vantora::kernelSource});
+            ASSERT_TRUE(convertOnDevice(session, *buffer, 64, 32, dst.data()));
+        }
+        EXPECT_TRUE(std::equal(dst.begin(), dst.begin() + 64 * 32, picture.bytes.begin()));
+        EXPECT_EQ(dlopen(HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so", RTLD_NOW | RTLD_NOLOAD),
+                  nullptr)
+                << "still loaded after round " << round;
     }
 }
 

@@ -17,14 +17,7 @@
 namespace hosttest {
 
 ClSession& ClSession::get() {
-    static ClSession* session = [] {
-        auto* s = new ClSession;
-        ClDriver& cl = s->cl;
-        cl.clGetPlatformIDs(1, &s->platform, nullptr);
-        cl.clGetDeviceIDs(s->platform, CL_DEVICE_TYPE_GPU, 1, &s->device, nullptr);
-        s->context = cl.clCreateContext(nullptr, 1, &s->device, nullptr, nullptr, nullptr);
-        s->queue = cl.clCreateCommandQueue(s->context, s->device, 0, nullptr);
-        const char* sources[] = {R"CLC(
+    static const char* const kTestKernels = R"CLC(
 __kernel void read_compressed(__read_only image2d_t image, sampler_t sampler,
                               __global uchar4* out, int width) {
     int x = get_global_id(0), y = get_global_id(1);
@@ -44,17 +37,9 @@ __kernel void write_planes(__write_only image2d_t luma, __write_only image2d_t c
                      (float4)(((x + y) & 255) / 255.0f, ((x * 3 + 1) & 255) / 255.0f, 0.0f, 0.0f));
     }
 }
-)CLC",
-                                 vantora::kernelSource};
-        s->program = cl.clCreateProgramWithSource(s->context, 2, sources, nullptr, nullptr);
-        if (cl.clBuildProgram(s->program, 1, &s->device, "", nullptr, nullptr) != CL_SUCCESS) {
-            char log[8192] = {};
-            cl.clGetProgramBuildInfo(s->program, s->device, CL_PROGRAM_BUILD_LOG, sizeof(log), log,
-                                     nullptr);
-            ADD_FAILURE() << log;
-        }
-        return s;
-    }();
+)CLC";
+    // Never destroyed: the driver stays loaded for the whole process.
+    static ClSession* session = new ClSession(kVendorDriver, {kTestKernels, vantora::kernelSource});
     return *session;
 }
 

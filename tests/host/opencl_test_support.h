@@ -24,20 +24,18 @@ namespace hosttest {
 // The entry points the tests call, resolved from one driver library.
 struct ClDriver {
     void* handle = nullptr;
-#define HOSTTEST_CL_FUNCTIONS(X)                                                               \
-    X(clGetPlatformIDs)                                                                        \
-    X(clGetDeviceIDs)                                                                          \
-    X(clGetDeviceInfo) X(clCreateContext) X(clReleaseContext) X(clCreateCommandQueue) X(       \
-            clReleaseCommandQueue) X(clCreateProgramWithSource) X(clBuildProgram)              \
-            X(clReleaseProgram) X(clCreateKernel) X(clReleaseKernel) X(clSetKernelArg) X(      \
-                    clEnqueueNDRangeKernel) X(clFinish) X(clCreateImage) X(clReleaseMemObject) \
-                    X(clGetImageInfo) X(clCreateBuffer) X(clEnqueueReadBuffer)                 \
-                            X(clEnqueueMapImage) X(clEnqueueUnmapMemObject) X(clCreateSampler) \
-                                    X(clReleaseSampler) X(clGetDeviceImageInfoQCOM)            \
-                                            X(clGetExtensionFunctionAddress)                   \
-                                                    X(clCreateFromGLBuffer)                    \
-                                                            X(clGetGLContextInfoKHR)           \
-                                                                    X(clGetProgramBuildInfo)
+#define HOSTTEST_CL_FUNCTIONS(X)                                                                  \
+    X(clGetPlatformIDs)                                                                           \
+    X(clGetDeviceIDs)                                                                             \
+    X(clGetDeviceInfo)                                                                            \
+    X(clCreateContext) X(clReleaseContext) X(clCreateCommandQueue) X(clReleaseCommandQueue) X(    \
+            clCreateProgramWithSource) X(clBuildProgram) X(clReleaseProgram) X(clCreateKernel)    \
+            X(clReleaseKernel) X(clSetKernelArg) X(clEnqueueNDRangeKernel) X(clFinish)            \
+                    X(clCreateImage) X(clReleaseMemObject) X(clGetImageInfo) X(clCreateBuffer) X( \
+                            clEnqueueReadBuffer) X(clEnqueueMapImage) X(clEnqueueUnmapMemObject)  \
+                            X(clCreateSampler) X(clReleaseSampler) X(clGetDeviceImageInfoQCOM)    \
+                                    X(clGetExtensionFunctionAddress) X(clCreateFromGLBuffer)      \
+                                            X(clGetGLContextInfoKHR) X(clGetProgramBuildInfo)
 #define HOSTTEST_CL_MEMBER(name) decltype(&::name) name = nullptr;
     HOSTTEST_CL_FUNCTIONS(HOSTTEST_CL_MEMBER)
 
@@ -51,15 +49,38 @@ struct ClDriver {
 
 inline const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
 
-// The driver, a context on its one device, a queue, and the tests' program built from `source`
-// (plus the library's kernel), shared by every test of the process.
+// A driver loaded as the library loads it, a context on its one device, a queue, and a program
+// built from `sources`. get() is the one shared by the tests of the process (with the tests'
+// kernels and the library's), built once since PoCL compiles slowly.
 struct ClSession {
-    ClDriver cl{kVendorDriver};
+    ClDriver cl;
     cl_platform_id platform = nullptr;
     cl_device_id device = nullptr;
     cl_context context = nullptr;
     cl_command_queue queue = nullptr;
     cl_program program = nullptr;
+
+    ClSession(const std::string& driver, std::vector<const char*> sources) : cl(driver) {
+        cl.clGetPlatformIDs(1, &platform, nullptr);
+        cl.clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr);
+        context = cl.clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
+        queue = cl.clCreateCommandQueue(context, device, 0, nullptr);
+        program = cl.clCreateProgramWithSource(context, cl_uint(sources.size()), sources.data(),
+                                               nullptr, nullptr);
+        if (cl.clBuildProgram(program, 1, &device, "", nullptr, nullptr) != CL_SUCCESS) {
+            char log[8192] = {};
+            cl.clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log), log,
+                                     nullptr);
+            ADD_FAILURE() << log;
+        }
+    }
+    // Releases everything and closes the driver, as the library's converter does.
+    ~ClSession() {
+        cl.clReleaseProgram(program);
+        cl.clReleaseCommandQueue(queue);
+        cl.clReleaseContext(context);
+        dlclose(cl.handle);
+    }
 
     static ClSession& get();
 };
@@ -122,8 +143,7 @@ constexpr cl_mem_flags kNativeBufferFlags =
 
 // A 2D image of a Qualcomm format over a native buffer, or a plane image of `parent`.
 inline cl_mem qcomImage(cl_uint order, size_t width, size_t height, void* record, cl_mem parent,
-                        cl_int* status) {
-    ClSession& s = ClSession::get();
+                        cl_int* status, ClSession& s = ClSession::get()) {
     const cl_image_format format = {order, CL_UNORM_INT8};
     cl_image_desc desc{};
     desc.image_type = CL_MEM_OBJECT_IMAGE2D;
