@@ -64,6 +64,7 @@ struct QcomImage {
     cl_mem compressed = nullptr;  // compressed NV12: the PoCL buffer over the compressed bytes
     cl_mem parent = nullptr;      // plane images: the NV12 image, retained
     uint32_t decodeArgs[7] = {};  // compressed NV12: plane offsets and strides for the decoder
+    size_t chromaOffset = 0;      // NV12: where the chroma plane starts in the buffer
 };
 
 // The Qualcomm image behind `mem`, copied out; false for any other memory object.

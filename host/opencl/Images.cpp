@@ -104,7 +104,7 @@ cl_mem createQcomImage(cl_context context, cl_mem_flags flags, const cl_image_fo
         image.parent = desc.mem_object;
         image.rowPitch = parent.rowPitch;
         const bool luma = order == CL_QCOM_NV12_Y;
-        const host::GrallocPlane plane = {luma ? 0 : parent.decodeArgs[0],
+        const host::GrallocPlane plane = {luma ? 0 : parent.chromaOffset,
                                           static_cast<uint32_t>(parent.rowPitch), 0, 0, 0};
         cl_mem mem =
                 luma ? planeImage(context, access, {CL_R, CL_UNORM_INT8}, image.width, image.height,
@@ -158,9 +158,8 @@ cl_mem createQcomImage(cl_context context, cl_mem_flags flags, const cl_image_fo
             return fail(errcode_ret, status);
         }
     } else {
-        // NV12: the luma plane stands for the whole image; decodeArgs[0] keeps the chroma
-        // plane's offset for the plane images.
-        image.decodeArgs[0] = static_cast<uint32_t>(layout.planes[1].offset);
+        // NV12: the luma plane stands for the whole image.
+        image.chromaOffset = layout.planes[1].offset;
         mem = planeImage(context, access, {CL_R, CL_UNORM_INT8}, image.width, image.height,
                          *image.mapping, layout.planes[0], &status);
         if (mem == nullptr) return fail(errcode_ret, status);
