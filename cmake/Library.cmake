@@ -30,9 +30,23 @@ target_link_libraries(nuvra_library_objects PRIVATE
     android::utils android::cutils android::log java::jni)
 nuvra_strict_warnings(nuvra_library_objects)
 
-# Builds libnuvranativeutil.so for one vendor into `outputDir`.
+# Builds libnuvranativeutil.so for one vendor into `outputDir`. The linker lays the units'
+# initialisers out in the order of the objects on its command line, so the vendor's objects are
+# an object library of their own, listed after the main unit's: a target's own sources would be
+# placed before every object library's objects.
 function(nuvra_add_library target vendor outputDir)
-    add_library(${target} SHARED $<TARGET_OBJECTS:nuvra_library_objects> ${NUVRA_VENDOR_SOURCES})
+    add_library(${target}_vendor_objects OBJECT ${NUVRA_VENDOR_SOURCES})
+    target_include_directories(${target}_vendor_objects PRIVATE ${CMAKE_SOURCE_DIR})
+    target_compile_definitions(${target}_vendor_objects PRIVATE NUVRA_VENDOR_${vendor}=1)
+    set_target_properties(${target}_vendor_objects PROPERTIES
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON)
+    target_link_libraries(${target}_vendor_objects PRIVATE
+        properties android::utils android::cutils android::log)
+    nuvra_strict_warnings(${target}_vendor_objects)
+
+    add_library(${target} SHARED $<TARGET_OBJECTS:nuvra_library_objects>
+                $<TARGET_OBJECTS:${target}_vendor_objects>)
     target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR})
     target_compile_definitions(${target} PRIVATE NUVRA_VENDOR_${vendor}=1)
     set_target_properties(${target} PROPERTIES

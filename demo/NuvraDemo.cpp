@@ -246,6 +246,8 @@ void demoProduction(const RgbaImage& picture, const std::string& outDir) {
         uint32_t height = blob ? 1 : static_cast<uint32_t>(picture.height);
         DemoQueue q(width, height, t.bufferFormat, GRALLOC_USAGE_SW_READ_OFTEN);
         gUtil->nativeConnectSurface(gEnv, q.javaSurface);
+        // The producer writes with the CPU: its buffers must be allocated for that.
+        native_window_set_usage(q.surface.get(), GRALLOC_USAGE_SW_WRITE_OFTEN);
         std::vector<uint8_t>& input =
                 blob ? jpeg : (t.inputFormat == HAL_PIXEL_FORMAT_RGBA_8888 ? rgba : nv21);
         jobject pixels = gEnv->NewDirectByteBuffer(input.data(), static_cast<jlong>(input.size()));

@@ -9,7 +9,7 @@ packages=(
     android-platform-system-core-headers
     openjdk-17-jdk-headless
     libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libpng-dev
-    opencl-headers ocl-icd-opencl-dev pocl-opencl-icd
+    opencl-headers ocl-icd-opencl-dev pocl-opencl-icd libjpeg62-turbo-dev
     g++-aarch64-linux-gnu qemu-user binutils
 )
 

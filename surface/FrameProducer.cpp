@@ -93,9 +93,19 @@ int lockWithAddress(const Frame& f, uint8_t** img, LockFailure failure, bool ann
     return 0;
 }
 
-int lockYCbCrForWrite(const Frame& f, android_ycbcr* ycbcr) {
+// The level-2 line that some rows write right after lockYCbCr returns, before any failure line.
+enum class YCbCrProgress { None, YCr, YCbStrides };
+
+int lockYCbCrForWrite(const Frame& f, android_ycbcr* ycbcr,
+                      YCbCrProgress progress = YCbCrProgress::None) {
     memset(ycbcr, 0, sizeof(*ycbcr));
     int err = f.buf->lockYCbCr(kWriteUsage, ycbcr);
+    if (progress == YCbCrProgress::YCr) {
+        NLOGV("%s: y = %p, cr = %p, error(%d)", kName, ycbcr->y, ycbcr->cr, err);
+    } else if (progress == YCbCrProgress::YCbStrides) {
+        NLOGV("%s: y = %p, cb = %p error(%d), yStride(%d), cStride(%d)", kName, ycbcr->y, ycbcr->cb,
+              err, static_cast<int>(ycbcr->ystride), static_cast<int>(ycbcr->cstride));
+    }
     if (err != 0) {
         NLOGE("%s: Failed to lock ycbcr buffer, error %s (%d).", kName, strerror(-err), err);
     }
@@ -112,6 +122,22 @@ bool inputTooSmall(const Frame& f, int level) {
 // Copies `rows` rows of `rowBytes` from a packed source into a plane of pitch `pitch`.
 void copyRows(uint8_t* dst, size_t pitch, const uint8_t* src, size_t rowBytes, size_t rows) {
     nuvra::kernels::copyPlane(dst, pitch, src, rowBytes, rowBytes, rows);
+}
+
+// The end of the chroma plane that lockYCbCr described: ceil(height / 2) rows at the chroma
+// stride from the plane's first byte (the lower of cb and cr).
+const uint8_t* chromaPlaneEnd(const Frame& f, const android_ycbcr& ycbcr) {
+    auto* cb = static_cast<const uint8_t*>(ycbcr.cb);
+    auto* cr = static_cast<const uint8_t*>(ycbcr.cr);
+    const uint8_t* start = cb == nullptr ? cr : (cr == nullptr || cb < cr ? cb : cr);
+    return start + ((static_cast<size_t>(f.height) + 1) / 2) * ycbcr.cstride;
+}
+
+// The bytes of a `bytes`-long write at dst that lie before `end`.
+size_t bytesBefore(const uint8_t* dst, size_t bytes, const uint8_t* end) {
+    if (dst >= end) return 0;
+    size_t room = static_cast<size_t>(end - dst);
+    return bytes < room ? bytes : room;
 }
 
 // ---- RGBA input ----
@@ -162,28 +188,31 @@ int writeRgbaToNv21(const Frame& f) {
 // ---- NV21 input ----
 
 // Luma to `y`, the interleaved chroma to `chroma`, whole planes when the buffer is packed and
-// row by row at the buffer's stride otherwise. `nv12Ordered` marks a chroma pointer one byte
-// into an NV12 plane: the whole-plane copy then stops one byte short of the plane's end.
-void copyNv21Planes(const Frame& f, uint8_t* y, uint8_t* chroma, bool nv12Ordered) {
+// row by row at the buffer's stride otherwise. Chroma bytes that would land at or past
+// `chromaEnd`, the end of the chroma plane as the lock described it, are left out: a chroma
+// pointer one byte into the plane (cr of an NV12-ordered plane, cb of an NV21 one) would
+// otherwise put the last byte one past the plane.
+void copyNv21Planes(const Frame& f, uint8_t* y, uint8_t* chroma, const uint8_t* chromaEnd) {
     size_t luma = f.lumaSize();
     if (f.stride == static_cast<uint32_t>(f.width)) {
         memcpy(y, f.pixels, luma);
-        size_t chromaBytes = luma / 2;
-        if (nv12Ordered && chromaBytes > 0) chromaBytes -= 1;
-        memcpy(chroma, f.pixels + luma, chromaBytes);
+        memcpy(chroma, f.pixels + luma, bytesBefore(chroma, luma / 2, chromaEnd));
         return;
     }
     NLOGV("%s: Stride != Width", kName);
     copyRows(y, f.stride, f.pixels, f.width, f.height);
-    if (f.height > 1) copyRows(chroma, f.stride, f.pixels + luma, f.width, f.height / 2);
+    if (f.height <= 1) return;
+    for (size_t r = 0; r < static_cast<size_t>(f.height) / 2; ++r) {
+        uint8_t* row = chroma + r * f.stride;
+        memcpy(row, f.pixels + luma + r * f.width, bytesBefore(row, f.width, chromaEnd));
+    }
 }
 
 // The lockYCbCr form: luma to `y`, chroma to `cr`.
 int writeNv21ThroughYCbCr(const Frame& f) {
     NLOGV("%s: lockYCbCr buffer from %p for write", kName, f.buf.get());
     android_ycbcr ycbcr;
-    int err = lockYCbCrForWrite(f, &ycbcr);
-    NLOGV("%s: y = %p, cr = %p, error(%d)", kName, ycbcr.y, ycbcr.cr, err);
+    int err = lockYCbCrForWrite(f, &ycbcr, YCbCrProgress::YCr);
     if (err != 0) return err;
     if (ycbcr.y == nullptr || ycbcr.cr == nullptr) {
         NLOGE("%s: nullptr after locking buffer for write, y = %p, cr = %p", kName, ycbcr.y,
@@ -191,7 +220,7 @@ int writeNv21ThroughYCbCr(const Frame& f) {
         return refuseNullAddress(f);
     }
     copyNv21Planes(f, static_cast<uint8_t*>(ycbcr.y), static_cast<uint8_t*>(ycbcr.cr),
-                   ycbcr.cr == static_cast<uint8_t*>(ycbcr.cb) + 1);
+                   chromaPlaneEnd(f, ycbcr));
     return 0;
 }
 
@@ -199,6 +228,7 @@ int writeNv21ThroughYCbCr(const Frame& f) {
 // that way is locked again through lockYCbCr.
 int writeNv21ThroughLock(const Frame& f) {
     uint8_t* img[3] = {nullptr, nullptr, nullptr};
+    const uint8_t* chromaEnd = nullptr;
     NLOGV("%s: Lock buffer from %p for write", kName, f.buf.get());
     void* vaddr = nullptr;
     int err = f.buf->lock(kWriteUsage, &vaddr);
@@ -215,13 +245,14 @@ int writeNv21ThroughLock(const Frame& f) {
         }
         img[0] = static_cast<uint8_t*>(ycbcr.y);
         img[1] = static_cast<uint8_t*>(ycbcr.cb);
+        if (img[1] != nullptr) chromaEnd = chromaPlaneEnd(f, ycbcr);
     }
     if (img[0] == nullptr) {
         NLOGE("%s: nullptr after locking buffer for write, img[0] = %p", kName, img[0]);
         return refuseNullAddress(f);
     }
     if (img[1] != nullptr) {
-        copyNv21Planes(f, img[0], img[1], false);
+        copyNv21Planes(f, img[0], img[1], chromaEnd);
         return 0;
     }
     size_t luma = f.lumaSize();
@@ -245,7 +276,7 @@ int writeNv21ToRgb565(const Frame& f) {
     uint8_t* img = nullptr;
     int err = lockWithAddress(f, &img, LockFailure::Plain);
     if (err != 0) return err;
-    YuvToRGB565(f.pixels, f.width, f.height, img);
+    YuvToRGB565(f.pixels, static_cast<uint32_t>(f.bufSize), f.width, f.height, img);
     return 0;
 }
 
@@ -256,8 +287,11 @@ bool venusNeedsQcom(int bufFmt) {
     return true;
 }
 
+// The Venus rows check the input's size as the NV21 row does (a guard: a direct buffer shorter
+// than the frame would otherwise be read past its end).
 int writeNv21ToVenusNv21(const Frame& f, int bufFmt) {
     if (venusNeedsQcom(bufFmt)) return android::INVALID_OPERATION;
+    if (inputTooSmall(f, ANDROID_LOG_ERROR)) return android::BAD_VALUE;
     NLOGV("%s: HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS ", kName);
     uint8_t* img = nullptr;
     int err = lockForWrite(f, &img, LockFailure::Plain);
@@ -277,12 +311,11 @@ int writeNv21ToVenusNv21(const Frame& f, int bufFmt) {
 
 int writeNv21ToVenusNv12(const Frame& f, int bufFmt) {
     if (venusNeedsQcom(bufFmt)) return android::INVALID_OPERATION;
+    if (inputTooSmall(f, ANDROID_LOG_ERROR)) return android::BAD_VALUE;
     NLOGV("%s: HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS ", kName);
     NLOGV("%s: lockYCbCr buffer from %p for write", kName, f.buf.get());
     android_ycbcr ycbcr;
-    int err = lockYCbCrForWrite(f, &ycbcr);
-    NLOGV("%s: y = %p, cb = %p error(%d), yStride(%d), cStride(%d)", kName, ycbcr.y, ycbcr.cb, err,
-          static_cast<int>(ycbcr.ystride), static_cast<int>(ycbcr.cstride));
+    int err = lockYCbCrForWrite(f, &ycbcr, YCbCrProgress::YCbStrides);
     if (err != 0) return err;
     if (ycbcr.y == nullptr || ycbcr.cb == nullptr) {
         NLOGE("%s: nullptr after locking buffer for write, y = %p, cb = %p", kName, ycbcr.y,
@@ -363,6 +396,9 @@ int writeFrame(const Frame& f, int pixelFmt, int bufFmt) {
                     if (inputTooSmall(f, ANDROID_LOG_ERROR)) return android::BAD_VALUE;
                     return writeNv21ToNv21(f);
                 case HAL_PIXEL_FORMAT_YCbCr_420_888:
+                    // A guard: the direct buffer's capacity is known, so a short one is refused
+                    // here as in the NV21 row rather than read past its end.
+                    if (inputTooSmall(f, ANDROID_LOG_ERROR)) return android::BAD_VALUE;
                     return writeNv21ThroughYCbCr(f);
                 case HAL_PIXEL_FORMAT_RGB_565:
                     if (inputTooSmall(f, ANDROID_LOG_WARN)) return android::BAD_VALUE;
@@ -520,10 +556,14 @@ int SurfaceNativeUtilImpl::nativeProduceFrameWithNV21(JNIEnv* env, jobject surfa
         jniThrowNullPointerException(env, "pixel");
         return 0;
     }
-    // The frame's size as a signed 32-bit value; a product that does not fit (it would wrap)
-    // is passed on as -1, which produceFrame refuses before touching the window.
+    // The frame's size as the signed 32-bit product (w x h x 3) / 2 gives it. Where that product
+    // wrapped, the value is not the real size: a negative one is passed on as it is and a
+    // non-negative one as -1; produceFrame refuses both before touching the window.
     int64_t size = static_cast<int64_t>(width) * height * 3 / 2;
-    int bufSize = (size > INT32_MAX || size < INT32_MIN) ? -1 : static_cast<int>(size);
+    int32_t product =
+            static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(height) * 3u);
+    int bufSize = product / 2;
+    if (bufSize >= 0 && bufSize != size) bufSize = -1;
     int err = produceFrame(anw, reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(pixel)),
                            width, height, HAL_PIXEL_FORMAT_YCrCb_420_SP, bufSize);
     if (err != 0) {

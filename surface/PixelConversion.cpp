@@ -18,6 +18,6 @@ void rgbToYuv420(const uint8_t* rgbBuf, size_t width, size_t height, const andro
                 ycbcr->chroma_step, ycbcr->ystride, ycbcr->cstride);
 }
 
-void YuvToRGB565(const uint8_t* yuvBuf, int width, int height, uint8_t* rgbBuf) {
-    nuvra::kernels::nv21ToRgb565(yuvBuf, width, height, rgbBuf);
+void YuvToRGB565(const uint8_t* yuvBuf, size_t yuvBytes, int width, int height, uint8_t* rgbBuf) {
+    nuvra::kernels::nv21ToRgb565(yuvBuf, yuvBytes, width, height, rgbBuf);
 }

@@ -17,6 +17,8 @@ void rgbToYuv420(const uint8_t* rgbBuf, size_t width, size_t height, uint8_t* yP
 // The same, into the layout that lockYCbCr described.
 void rgbToYuv420(const uint8_t* rgbBuf, size_t width, size_t height, const android_ycbcr* ycbcr);
 
-// NV21 to RGB565, rows packed at 2 x width bytes. With an odd width the last pixel of each row
-// is left as it was: nothing is read or written outside the two frames.
-void YuvToRGB565(const uint8_t* yuvBuf, int width, int height, uint8_t* rgbBuf);
+// NV21 to RGB565, rows packed at 2 x width bytes, from the yuvBytes bytes of input at yuvBuf.
+// With an odd width the last pixel of each row is left as it was; luma row r takes chroma row
+// r / 2 wherever the input holds it (see nuvra::kernels::nv21ToRgb565 for an input that ends
+// before it). Nothing is read or written outside the two frames.
+void YuvToRGB565(const uint8_t* yuvBuf, size_t yuvBytes, int width, int height, uint8_t* rgbBuf);

@@ -88,7 +88,7 @@ void nv21ToRgb565(benchmark::State& state, KernelVariant v, FrameSize s) {
     const Bytes nv21 = randomBytes(size_t(s.w) * s.h * 3 / 2);
     Bytes out(size_t(s.w) * s.h * 2);
     for (auto _ : state) {
-        nuvra::kernels::nv21ToRgb565(v, nv21.data(), s.w, s.h, out.data());
+        nuvra::kernels::nv21ToRgb565(v, nv21.data(), nv21.size(), s.w, s.h, out.data());
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }

@@ -46,6 +46,7 @@ void produceFrameEndToEnd(benchmark::State& state) {
 
     SurfaceNativeUtil* util = SurfaceNativeUtil_Get();
     util->nativeConnectSurface(env, javaSurface);
+    native_window_set_usage(surface.get(), GRALLOC_USAGE_SW_WRITE_OFTEN);  // a CPU producer
     std::vector<uint8_t> rgba = testFrame();
     jobject pixels = env->NewDirectByteBuffer(rgba.data(), static_cast<jlong>(rgba.size()));
 

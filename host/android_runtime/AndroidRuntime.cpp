@@ -3,6 +3,7 @@
 #define LOG_TAG "AndroidRuntime"
 
 #include <android_runtime/AndroidRuntime.h>
+#include <android_runtime/android_hardware_HardwareBuffer.h>
 #include <android_runtime/android_view_Surface.h>
 #include <log/log.h>
 
@@ -14,10 +15,10 @@ struct RegJNIRec {
     const char* mName;
 };
 
-// One entry per Java class with native methods. android.media.ImageReader and
-// android.hardware.HardwareBuffer join in a later step.
+// One entry per Java class of libandroid_runtime with native methods.
 const RegJNIRec gRegJNI[] = {
         {register_android_view_Surface, "android.view.Surface"},
+        {register_android_hardware_HardwareBuffer, "android.hardware.HardwareBuffer"},
 };
 
 }  // namespace

@@ -61,8 +61,6 @@ jboolean nativeIsValid(JNIEnv* /*env*/, jclass /*clazz*/, jlong nativeObject) {
     return Surface::isValid(sur) ? JNI_TRUE : JNI_FALSE;
 }
 
-// Native methods of the Java classes that come with a later step: android.media.ImageReader
-// (with ImageReader$SurfaceImage and its mNativeBuffer) and android.hardware.HardwareBuffer.
 // JDK's JNINativeMethod takes mutable strings; the VM does not write to them.
 const JNINativeMethod gSurfaceMethods[] = {
         {const_cast<char*>("nativeRelease"), const_cast<char*>("(J)V"),

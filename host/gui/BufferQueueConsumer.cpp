@@ -460,4 +460,17 @@ status_t BufferQueueConsumer::discardFreeBuffers() {
     return NO_ERROR;
 }
 
+BufferQueueConsumer::SlotCounts BufferQueueConsumer::getSlotCounts() const {
+    std::lock_guard<std::mutex> lock(mCore->mMutex);
+    SlotCounts counts;
+    counts.free = static_cast<int>(mCore->mFreeBuffers.size());
+    for (int slot : mCore->mActiveBuffers) {
+        const BufferState& state = mSlots[slot].mBufferState;
+        if (state.isDequeued()) counts.dequeued++;
+        if (state.isQueued()) counts.queued++;
+        if (state.isAcquired()) counts.acquired++;
+    }
+    return counts;
+}
+
 }  // namespace android

@@ -14,6 +14,9 @@
 #include <cstdlib>
 #include <mutex>
 
+#ifndef HOST_PLATFORM_LIBRARY_DIR
+#error "HOST_PLATFORM_LIBRARY_DIR must name the directory of the platform's JNI libraries"
+#endif
 #ifndef HOST_PLATFORM_JAR
 #error "HOST_PLATFORM_JAR must name the jar of the platform's Java classes"
 #endif
@@ -107,6 +110,11 @@ std::string platformJarPath() {
     return (jar != nullptr && *jar != '\0') ? jar : HOST_PLATFORM_JAR;
 }
 
+std::string platformLibraryPath() {
+    const char* path = getenv("HOST_PLATFORM_LIBRARY_PATH");
+    return (path != nullptr && *path != '\0') ? path : HOST_PLATFORM_LIBRARY_DIR;
+}
+
 JNIEnv* startJvm(const JvmOptions& options) {
     Vm& vm = theVm();
     {
@@ -119,7 +127,8 @@ JNIEnv* startJvm(const JvmOptions& options) {
             std::vector<std::string> classPath{jar};
             classPath.insert(classPath.end(), options.classPath.begin(), options.classPath.end());
 
-            std::vector<std::string> strings{"-Djava.class.path=" + joinPath(classPath)};
+            std::vector<std::string> strings{"-Djava.class.path=" + joinPath(classPath),
+                                             "-Djava.library.path=" + platformLibraryPath()};
             if (options.checkJni) strings.push_back("-Xcheck:jni");
             // The host process keeps its own signal dispositions (SIGINT, SIGTERM, SIGQUIT):
             // the VM runs inside test and tool processes that must stop as they normally do.

@@ -11,8 +11,11 @@
 #include <ui/GraphicBuffer.h>
 #include <unistd.h>
 
+#include <ui/HostGrallocGuard.h>
+
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -52,7 +55,7 @@ struct FormatInfo {
     uint32_t paddedStrideAlign;    // stride alignment of the "phone" profiles
     uint32_t paddedScanlineAlign;  // luma scanline alignment of the "phone" profiles
     ChromaOrder order;
-    bool ycbcr;  // lockYCbCr describes it (8-bit YUV, and the vendor 16-bit YUV)
+    bool ycbcr;  // lockYCbCr describes its three planes (8-bit YUV)
 };
 
 // The one table every layout, lock and query of the gralloc is driven by. Phone padding
@@ -81,7 +84,7 @@ constexpr FormatInfo kFormats[] = {
     {HAL_PIXEL_FORMAT_RAW12, "RAW12", Arrangement::kRaw12, 0, 1, 64, 1, ChromaOrder::kNone, false},
     {HAL_PIXEL_FORMAT_BLOB, "BLOB", Arrangement::kBlob, 1, 1, 1, 1, ChromaOrder::kNone, false},
     {HAL_PIXEL_FORMAT_YCBCR_P010, "YCBCR_P010", Arrangement::kSemiPlanar, 2, 2, 64, 16, ChromaOrder::kCbCr, false},
-    {HAL_PIXEL_FORMAT_YCbCr_420_SP_16BIT, "YCbCr_420_SP_16BIT", Arrangement::kSemiPlanar, 2, 2, 64, 16, ChromaOrder::kCbCr, true},
+    {HAL_PIXEL_FORMAT_YCbCr_420_SP_16BIT, "YCbCr_420_SP_16BIT", Arrangement::kSemiPlanar, 2, 2, 64, 16, ChromaOrder::kCbCr, false},
     {HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS, "YCrCb_420_SP_VENUS", Arrangement::kVenus, 1, 128, 128, 32, ChromaOrder::kCrCb, true},
     {HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS, "YCbCr_420_SP_VENUS", Arrangement::kVenus, 1, 128, 128, 32, ChromaOrder::kCbCr, true},
     {HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC, "YCbCr_420_SP_VENUS_UBWC", Arrangement::kUbwc, 1, 128, 128, 32, ChromaOrder::kCbCr, false},
@@ -128,8 +131,29 @@ enum HandleInt {
 
 constexpr int kFlagPadded = 1;
 constexpr int kFlagFlexNv12 = 2;
+constexpr int kFlagGuarded = 4;  // placed against a guard page (see HostGrallocGuard.h)
 
 std::atomic<size_t> gLiveMappings{0};
+
+bool guardModeFromEnvironment() {
+    const char* value = getenv("HOST_GRALLOC_GUARD");
+    return value != nullptr && strcmp(value, "1") == 0;
+}
+
+std::atomic<bool>& guardMode() {
+    static std::atomic<bool> mode{guardModeFromEnvironment()};
+    return mode;
+}
+
+size_t pageSize() {
+    static const size_t size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    return size;
+}
+
+// A guarded buffer starts this many bytes into its memfd, so that its end meets a page end.
+size_t guardLead(size_t size, bool guarded) {
+    return guarded ? alignUp(size, pageSize()) - size : 0;
+}
 
 // Fills the interleaved chroma description of a semi-planar layout whose chroma plane starts
 // at `chroma`.
@@ -323,6 +347,42 @@ size_t packedContentSize(const GrallocLayout& layout) {
     return size;
 }
 
+YCbCrLock grallocYCbCrLock(const GrallocLayout& layout) {
+    const FormatInfo* info = findFormat(layout.format);
+    if (info == nullptr) return YCbCrLock::kRefused;
+    switch (info->arrangement) {
+        case Arrangement::kSemiPlanar:
+        case Arrangement::kYv12:
+        case Arrangement::kVenus:
+            return info->bytesPerSample == 1 ? YCbCrLock::kPlanes : YCbCrLock::kRefused;
+        case Arrangement::kUbwc:
+            return YCbCrLock::kRefused;
+        case Arrangement::kSinglePlane:
+            if (layout.format == HAL_PIXEL_FORMAT_Y8) return YCbCrLock::kLumaOnly;
+            if (layout.format == HAL_PIXEL_FORMAT_Y16) return YCbCrLock::kRefused;
+            return YCbCrLock::kNoPlanes;
+        case Arrangement::kBlob:
+        case Arrangement::kRaw10:
+        case Arrangement::kRaw12:
+            return YCbCrLock::kNoPlanes;
+    }
+    return YCbCrLock::kRefused;
+}
+
+void setGrallocGuardMode(bool on) {
+    guardMode().store(on);
+}
+
+bool grallocGuardMode() {
+    return guardMode().load();
+}
+
+std::vector<uint8_t> readBufferMemory(const android::GraphicBuffer& buffer) {
+    const GrallocMapping* mapping = buffer.hostMapping();
+    if (mapping == nullptr) return {};
+    return std::vector<uint8_t>(mapping->base(), mapping->base() + mapping->layout().size);
+}
+
 std::vector<uint8_t> readBufferContents(const android::GraphicBuffer& buffer) {
     const GrallocMapping* mapping = buffer.hostMapping();
     if (mapping == nullptr) return {};
@@ -372,7 +432,8 @@ status_t grallocAllocate(int32_t format, uint32_t width, uint32_t height, uint32
         ALOGE("allocate: memfd_create failed: %s", strerror(err));
         return -err;
     }
-    if (ftruncate(fd, static_cast<off_t>(layout.size)) != 0) {
+    const bool guarded = grallocGuardMode();
+    if (ftruncate(fd, static_cast<off_t>(guardLead(layout.size, guarded) + layout.size)) != 0) {
         int err = errno;
         ALOGE("allocate: %zu bytes refused: %s", layout.size, strerror(err));
         close(fd);
@@ -397,8 +458,8 @@ status_t grallocAllocate(int32_t format, uint32_t width, uint32_t height, uint32
     ints[kIntUsageLow] = static_cast<int>(static_cast<uint32_t>(usage));
     ints[kIntUsageHigh] = static_cast<int>(static_cast<uint32_t>(usage >> 32));
     ints[kIntSize] = static_cast<int>(layout.size);
-    ints[kIntFlags] =
-            (profile.paddedLayouts ? kFlagPadded : 0) | (profile.flexYuvIsNv12 ? kFlagFlexNv12 : 0);
+    ints[kIntFlags] = (profile.paddedLayouts ? kFlagPadded : 0) |
+                      (profile.flexYuvIsNv12 ? kFlagFlexNv12 : 0) | (guarded ? kFlagGuarded : 0);
     ints[kIntPlaneCount] = static_cast<int>(layout.planes.size());
     for (int i = 0; i < kMaxPlanes; i++) {
         const bool used = i < static_cast<int>(layout.planes.size());
@@ -478,17 +539,33 @@ void grallocFree(native_handle_t* handle) {
 GrallocMapping* GrallocMapping::map(const native_handle_t* handle) {
     GrallocLayout layout;
     if (!grallocHandleLayout(handle, &layout)) return nullptr;
-    void* base = mmap(nullptr, layout.size, PROT_READ | PROT_WRITE, MAP_SHARED, handle->data[0], 0);
-    if (base == MAP_FAILED) {
-        ALOGE("map: mmap of %zu bytes failed: %s", layout.size, strerror(errno));
+    const bool guarded = (handle->data[handle->numFds + kIntFlags] & kFlagGuarded) != 0;
+    const size_t lead = guardLead(layout.size, guarded);
+    const size_t fileSize = lead + layout.size;
+    // A guarded buffer's file ends on a page end, and one inaccessible page is reserved after it.
+    const size_t regionSize = guarded ? fileSize + pageSize() : fileSize;
+    void* region = nullptr;
+    if (guarded) {
+        region = mmap(nullptr, regionSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
+                      -1, 0);
+        if (region == MAP_FAILED) {
+            ALOGE("map: reserving %zu bytes failed: %s", regionSize, strerror(errno));
+            return nullptr;
+        }
+    }
+    void* data = mmap(region, fileSize, PROT_READ | PROT_WRITE,
+                      MAP_SHARED | (guarded ? MAP_FIXED : 0), handle->data[0], 0);
+    if (data == MAP_FAILED) {
+        ALOGE("map: mmap of %zu bytes failed: %s", fileSize, strerror(errno));
+        if (guarded) munmap(region, regionSize);
         return nullptr;
     }
     gLiveMappings++;
-    return new GrallocMapping(layout, static_cast<uint8_t*>(base));
+    return new GrallocMapping(layout, static_cast<uint8_t*>(data) + lead, data, regionSize);
 }
 
 GrallocMapping::~GrallocMapping() {
-    munmap(mBase, mLayout.size);
+    munmap(mRegion, mRegionSize);
     gLiveMappings--;
 }
 

@@ -38,6 +38,17 @@ status_t grallocImport(const native_handle_t* handle, uint32_t width, uint32_t h
 // Closes and deletes a handle made by grallocAllocate or grallocImport.
 void grallocFree(native_handle_t* handle);
 
+// What a gralloc 4 mapper's lock with an android_ycbcr gives for a layout, from the format's
+// plane layout components:
+enum class YCbCrLock {
+    kPlanes,    // 8-bit Y, Cb and Cr: all three described
+    kLumaOnly,  // an 8-bit Y component alone (Y8): y and ystride, the rest null
+    kNoPlanes,  // no Y, Cb or Cr component (RGB, RAW, BLOB): locked, everything null
+    kRefused,   // components that are not 8-bit samples (P010, 16-bit, compressed): BAD_VALUE
+                // after unlocking again
+};
+YCbCrLock grallocYCbCrLock(const GrallocLayout& layout);
+
 // The CPU mapping of one buffer and its lock count. The mapping does not own the handle's
 // descriptors: it maps the memfd (mmap keeps its own reference) and unmaps when destroyed.
 class GrallocMapping {
@@ -59,10 +70,13 @@ public:
     int lockCount() const;
 
 private:
-    GrallocMapping(const GrallocLayout& layout, uint8_t* base) : mLayout(layout), mBase(base) {}
+    GrallocMapping(const GrallocLayout& layout, uint8_t* base, void* region, size_t regionSize)
+        : mLayout(layout), mBase(base), mRegion(region), mRegionSize(regionSize) {}
 
     GrallocLayout mLayout;
-    uint8_t* mBase;
+    uint8_t* mBase;  // the buffer's first byte
+    void* mRegion;   // the whole mapping, guard page included
+    size_t mRegionSize;
     mutable std::mutex mMutex;
     int mLockCount = 0;
 };

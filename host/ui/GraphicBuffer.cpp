@@ -29,6 +29,26 @@ uint64_t getUniqueId() {
 
 constexpr uint64_t kCpuUsageMask = GRALLOC_USAGE_SW_READ_MASK | GRALLOC_USAGE_SW_WRITE_MASK;
 
+// Whether a CPU lock of `lockUsage` is compatible with a buffer allocated with `allocUsage`:
+// reading needs a CPU-read bit at allocation, writing a CPU-write bit, as gralloc 4 mappers
+// check. A lock asking for no CPU access at all is refused too.
+bool cpuUsageCompatible(uint64_t lockUsage, uint64_t allocUsage) {
+    if ((lockUsage & kCpuUsageMask) == 0) return false;
+    if ((lockUsage & GRALLOC_USAGE_SW_READ_MASK) != 0 &&
+        (allocUsage & GRALLOC_USAGE_SW_READ_MASK) == 0) {
+        return false;
+    }
+    return (lockUsage & GRALLOC_USAGE_SW_WRITE_MASK) == 0 ||
+           (allocUsage & GRALLOC_USAGE_SW_WRITE_MASK) != 0;
+}
+
+// Gralloc4Mapper::unlock's line for a buffer that is not locked (IMapper's Error::BAD_BUFFER).
+void logMapperUnlockFailure(const native_handle_t* handle) {
+    constexpr int kErrorBadBuffer = 2;
+    __android_log_print(ANDROID_LOG_ERROR, "Gralloc4", "unlock(%p) failed with %d", handle,
+                        kErrorBadBuffer);
+}
+
 // Takes ownership of an acquire fence descriptor and waits for it (nothing for -1).
 status_t waitAndCloseFence(int fenceFd, const char* caller) {
     if (fenceFd < 0) return NO_ERROR;
@@ -227,8 +247,9 @@ status_t GraphicBuffer::lockImpl(uint64_t inUsage, const Rect& rect, void** vadd
         closeFence(fenceFd);
         return BAD_VALUE;
     }
-    if ((inUsage & kCpuUsageMask) == 0) {
-        ALOGE("lock: usage %#" PRIx64 " asks for no CPU access", inUsage);
+    if (!cpuUsageCompatible(inUsage, usage)) {
+        ALOGE("lock: usage %#" PRIx64 " is not compatible with the buffer's usage %#" PRIx64,
+              inUsage, usage);
         closeFence(fenceFd);
         return BAD_VALUE;
     }
@@ -257,19 +278,36 @@ status_t GraphicBuffer::lockYCbCrImpl(uint64_t inUsage, const Rect& rect, androi
         return BAD_VALUE;
     }
     const host::GrallocLayout& layout = mMapping->layout();
-    if ((inUsage & kCpuUsageMask) == 0 || !layout.ycbcrLockable) {
-        ALOGE("lockYCbCr: format %#x usage %#" PRIx64 " cannot be locked as YCbCr",
-              static_cast<unsigned>(layout.format), inUsage);
+    if (!cpuUsageCompatible(inUsage, usage)) {
+        ALOGE("lockYCbCr: usage %#" PRIx64 " is not compatible with the buffer's usage %#" PRIx64,
+              inUsage, usage);
         closeFence(fenceFd);
         return BAD_VALUE;
     }
     status_t err = waitAndCloseFence(fenceFd, "GraphicBuffer::lockYCbCr");
     if (err != NO_ERROR) return err;
 
+    // As Gralloc4Mapper::lock with an android_ycbcr: the buffer is locked, then its plane
+    // layouts' Y, Cb and Cr components are described.
     mMapping->lock();
     const std::string prefix(nullPointPrefix);
     memset(ycbcr, 0, sizeof(*ycbcr));
     uint8_t* base = mMapping->base();
+    switch (host::grallocYCbCrLock(layout)) {
+        case host::YCbCrLock::kRefused:
+            mMapping->unlock();
+            ALOGE("lockYCbCr: format %#x has no 8-bit Y, Cb and Cr samples",
+                  static_cast<unsigned>(layout.format));
+            return BAD_VALUE;
+        case host::YCbCrLock::kNoPlanes:
+            return NO_ERROR;
+        case host::YCbCrLock::kLumaOnly:
+            ycbcr->y = host::takeFault((prefix + ".nullY").c_str()) != 0 ? nullptr : base;
+            ycbcr->ystride = layout.planes[0].strideBytes;
+            return NO_ERROR;
+        case host::YCbCrLock::kPlanes:
+            break;
+    }
     ycbcr->y = host::takeFault((prefix + ".nullY").c_str()) != 0 ? nullptr : base + layout.yOffset;
     ycbcr->cb =
             host::takeFault((prefix + ".nullCb").c_str()) != 0 ? nullptr : base + layout.cbOffset;
@@ -307,10 +345,9 @@ status_t GraphicBuffer::lockYCbCr(uint32_t inUsage, const Rect& rect, android_yc
 
 status_t GraphicBuffer::unlock() {
     if (int32_t fault = host::checkpoint("buffer.unlock")) return fault;
-    if (mMapping == nullptr || !mMapping->unlock()) {
-        ALOGE("unlock: buffer %#" PRIx64 " is not locked", mId);
-        return BAD_VALUE;
-    }
+    // GraphicBufferMapper::unlockAsync only logs the mapper's error: unlocking a buffer that is
+    // not locked succeeds.
+    if (mMapping == nullptr || !mMapping->unlock()) logMapperUnlockFailure(handle);
     return NO_ERROR;
 }
 
@@ -365,10 +402,7 @@ status_t GraphicBuffer::lockAsyncYCbCr(uint32_t inUsage, const Rect& rect, andro
 status_t GraphicBuffer::unlockAsync(int* fenceFd) {
     if (int32_t fault = host::checkpoint("buffer.unlockAsync")) return fault;
     if (fenceFd == nullptr) return BAD_VALUE;
-    if (mMapping == nullptr || !mMapping->unlock()) {
-        ALOGE("unlockAsync: buffer %#" PRIx64 " is not locked", mId);
-        return BAD_VALUE;
-    }
+    if (mMapping == nullptr || !mMapping->unlock()) logMapperUnlockFailure(handle);
     // CPU access ends here; there is nothing to wait for.
     *fenceFd = -1;
     return NO_ERROR;

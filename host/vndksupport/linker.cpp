@@ -80,10 +80,11 @@ void* android_load_sphal_library(const char* name, int flag) {
         }
     }
     if (handle == nullptr) {
-        // As on a device, the warning takes the loader's message: dlerror() is clear afterwards.
+        // As on a device, the error line takes the loader's message: dlerror() is clear
+        // afterwards.
         const char* error = dlerror();
-        ALOGW("Could not load %s from sphal namespace: %s", name != nullptr ? name : "(null)",
-              error != nullptr ? error : "");
+        ALOGE("Could not load %s from %s namespace: %s.", name != nullptr ? name : "(null)",
+              "sphal", error != nullptr ? error : "");
     }
     return handle;
 }

@@ -77,6 +77,19 @@ ChromaLayout chooseLayout(const uint8_t* yPlane, const uint8_t* crPlane, const u
     return ChromaLayout::Generic;
 }
 
+// Neutral chroma (V = U = 128) for kNeutralPixels pixels, for a row that the input holds no
+// chroma row for.
+constexpr size_t kNeutralPixels = 256;
+struct NeutralChroma {
+    uint8_t vu[kNeutralPixels];
+};
+constexpr NeutralChroma makeNeutralChroma() {
+    NeutralChroma n{};
+    for (uint8_t& b : n.vu) b = 128;
+    return n;
+}
+constexpr NeutralChroma kNeutralChroma = makeNeutralChroma();
+
 }  // namespace
 
 namespace detail {
@@ -199,25 +212,37 @@ void rgbaToYuv420(KernelVariant variant, const uint8_t* rgba, size_t width, size
     }
 }
 
-void nv21ToRgb565(const uint8_t* nv21, int width, int height, uint8_t* rgb565) {
-    nv21ToRgb565(bestVariant(), nv21, width, height, rgb565);
+void nv21ToRgb565(const uint8_t* nv21, size_t nv21Bytes, int width, int height, uint8_t* rgb565) {
+    nv21ToRgb565(bestVariant(), nv21, nv21Bytes, width, height, rgb565);
 }
 
-void nv21ToRgb565(KernelVariant variant, const uint8_t* nv21, int width, int height,
-                  uint8_t* rgb565) {
+void nv21ToRgb565(KernelVariant variant, const uint8_t* nv21, size_t nv21Bytes, int width,
+                  int height, uint8_t* rgb565) {
     if (width <= 0 || height <= 0) return;
     const size_t w = static_cast<size_t>(width);
     const size_t h = static_cast<size_t>(height);
-    // The input holds h / 2 chroma rows; a lone luma row has none to use.
-    const size_t chromaRows = h / 2;
     const size_t pairWidth = w & ~size_t{1};
-    if (chromaRows == 0 || pairWidth == 0) return;
+    if (pairWidth == 0) return;
     const detail::RowFunctions& rows = detail::rowFunctions(variant);
-    const uint8_t* chroma = nv21 + w * h;
+    const size_t lumaBytes = w * h;
+    // The chroma rows whose pairWidth bytes the input holds in full.
+    const size_t fullChromaRows =
+            nv21Bytes >= lumaBytes + pairWidth ? (nv21Bytes - lumaBytes - pairWidth) / w + 1 : 0;
+    const uint8_t* chroma = nv21 + lumaBytes;
     for (size_t r = 0; r < h; ++r) {
-        // The last row of an odd height shares the chroma row of the pair of rows above it.
-        const size_t chromaRow = r / 2 < chromaRows ? r / 2 : chromaRows - 1;
-        rows.nv21ToRgb565(nv21 + r * w, chroma + chromaRow * w, rgb565 + r * 2 * w, pairWidth);
+        const uint8_t* y = nv21 + r * w;
+        uint8_t* out = rgb565 + r * 2 * w;
+        if (r * w + pairWidth > nv21Bytes) return;  // the input ends before this luma row
+        if (fullChromaRows == 0) {
+            for (size_t x = 0; x < pairWidth; x += kNeutralPixels) {
+                const size_t n = pairWidth - x < kNeutralPixels ? pairWidth - x : kNeutralPixels;
+                rows.nv21ToRgb565(y + x, kNeutralChroma.vu, out + 2 * x, n);
+            }
+            continue;
+        }
+        // Chroma row r / 2, or the last one the input holds in full when it ends before that.
+        const size_t chromaRow = r / 2 < fullChromaRows ? r / 2 : fullChromaRows - 1;
+        rows.nv21ToRgb565(y, chroma + chromaRow * w, out, pairWidth);
     }
 }
 

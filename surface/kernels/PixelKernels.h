@@ -45,23 +45,26 @@ void rgbaToYuv420(KernelVariant variant, const uint8_t* rgba, size_t width, size
                   uint8_t* yPlane, uint8_t* crPlane, uint8_t* cbPlane, size_t chromaStep,
                   size_t yStride, size_t chromaStride);
 
-// NV21 (width * height luma bytes, then (height / 2) chroma rows of width bytes, each pair V then
-// U) to RGB565, rows packed at width * 2 bytes, each pixel a little-endian 16-bit
-// (R >> 3) << 11 | (G >> 2) << 5 | (B >> 3) with, for V, U = byte - 128,
+// NV21 (width * height luma bytes, then one chroma row of width bytes for every two luma rows,
+// each pair V then U) to RGB565, rows packed at width * 2 bytes, each pixel a little-endian
+// 16-bit (R >> 3) << 11 | (G >> 2) << 5 | (B >> 3) with, for V, U = byte - 128,
 //   R = Y + ((359 V) >> 8),  G = Y - ((88 U + 183 V) >> 8),  B = Y + ((454 U) >> 8),
 // each clamped to [0, 255]. Pixels go in horizontal pairs sharing the chroma pair at the same
-// column of chroma row r / 2.
-// Sizes that do not fit that walk are handled so that nothing outside the width * height +
-// (height / 2) * width input bytes and the width * height * 2 output bytes is touched:
+// column of chroma row r / 2 (for the last row of an odd height, row height / 2).
+// Nothing is read outside the nv21Bytes input bytes, nor written outside the width * height * 2
+// output bytes:
 // - odd width: each row converts its first width - 1 pixels; the last pixel of every row is left
 //   unwritten (it has no chroma pair of its own);
-// - odd height: the last row has no chroma row of its own and reuses chroma row height / 2 - 1,
-//   the one of the rows above it; a single row (height 1) has no chroma at all and is left
-//   unwritten;
-// - width or height zero or negative: nothing is done.
-void nv21ToRgb565(const uint8_t* nv21, int width, int height, uint8_t* rgb565);
-void nv21ToRgb565(KernelVariant variant, const uint8_t* nv21, int width, int height,
-                  uint8_t* rgb565);
+// - an input that ends inside chroma row r / 2 (an NV21 frame of exactly width * height * 3 / 2
+//   bytes with an odd height ends half-way through its last chroma row): the row takes the last
+//   chroma row that the input holds in full, the one of the rows above it; when the input holds
+//   no whole chroma row (a single row), the row is converted with neutral chroma (V = U = 128),
+//   that is as the grey of its luma;
+// - rows whose luma the input does not hold, and widths or heights of zero or less: nothing is
+//   done.
+void nv21ToRgb565(const uint8_t* nv21, size_t nv21Bytes, int width, int height, uint8_t* rgb565);
+void nv21ToRgb565(KernelVariant variant, const uint8_t* nv21, size_t nv21Bytes, int width,
+                  int height, uint8_t* rgb565);
 
 // NV21 chroma to NV12 chroma: dst[2k] = src[2k + 1], dst[2k + 1] = src[2k] for every whole pair
 // of the `bytes` bytes. An odd last byte has no partner and is copied unchanged. dst may equal src

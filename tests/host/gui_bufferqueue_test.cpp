@@ -517,27 +517,4 @@ TEST_F(ConsumerClassesTest, BufferItemConsumerHandsOutItemsAndAbandonsOnDestruct
     EXPECT_EQ(NO_INIT, mProducer->query(NATIVE_WINDOW_WIDTH, &value));
 }
 
-TEST_F(BufferQueueTest, ThousandsOfBufferCyclesLeakNoDescriptor) {
-    connectConsumer();
-    connectProducer();
-    const int fdsBefore = hosttest::openFdCount();
-    const size_t liveBefore = host::grallocLiveBufferCount();
-    for (int i = 0; i < 2000; i++) {
-        // Alternate sizes so that buffers are reallocated as well as reused.
-        const uint32_t w = (i / 100) % 2 ? 32 : 48;
-        sp<GraphicBuffer> buffer;
-        int slot = dequeue(&buffer, w, 8, HAL_PIXEL_FORMAT_YCrCb_420_SP);
-        void* data = nullptr;
-        ASSERT_EQ(OK, buffer->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &data));
-        ASSERT_EQ(OK, buffer->unlock());
-        ASSERT_EQ(OK, queue(slot));
-        BufferItem item;
-        ASSERT_EQ(OK, mConsumer->acquireBuffer(&item, 0));
-        ASSERT_EQ(OK, mConsumer->releaseBuffer(item.mSlot, item.mFrameNumber, Fence::NO_FENCE));
-    }
-    ASSERT_EQ(OK, mProducer->disconnect(NATIVE_WINDOW_API_CPU));
-    EXPECT_EQ(fdsBefore, hosttest::openFdCount());
-    EXPECT_EQ(liveBefore, host::grallocLiveBufferCount());
-}
-
 }  // namespace

@@ -222,18 +222,6 @@ TEST_F(SurfaceTest, BufferCountIsSetThroughTheMaximumDequeuedCount) {
     EXPECT_EQ(OK, mWindow->cancelBuffer(mWindow, first, -1));
 }
 
-TEST_F(SurfaceTest, DequeueTimeoutGivesTimedOut) {
-    connect();
-    ASSERT_EQ(OK, mSurface->setDequeueTimeout(ms2ns(10)));
-    // maxAcquired 2 + maxDequeued 1: three buffers, all dequeued before anything is queued.
-    for (int i = 0; i < 3; i++) {
-        ANativeWindowBuffer* anb = nullptr;
-        ASSERT_EQ(OK, native_window_dequeue_buffer_and_wait(mWindow, &anb));
-    }
-    ANativeWindowBuffer* anb = nullptr;
-    EXPECT_EQ(TIMED_OUT, native_window_dequeue_buffer_and_wait(mWindow, &anb));
-}
-
 TEST_F(SurfaceTest, QueuedBytesReachTheConsumerExactly) {
     hosttest::ScopedProfile phone("phone-qcom");
     connect();
@@ -270,6 +258,7 @@ TEST_F(SurfaceTest, QueuedBytesReachTheConsumerExactly) {
 
 TEST_F(SurfaceTest, EveryWindowRequestIsRecordedAndInjectable) {
     connect();
+    ASSERT_EQ(OK, native_window_set_usage(mWindow, GRALLOC_USAGE_SW_WRITE_OFTEN));
     host::clearRecordedCalls();
 
     // A frame as the library produces it.
@@ -405,7 +394,10 @@ TEST_F(SurfaceTest, ThousandsOfFramesLeakNoDescriptor) {
             ASSERT_EQ(OK, native_window_api_disconnect(mWindow, NATIVE_WINDOW_API_CPU));
             ASSERT_EQ(OK, native_window_api_connect(mWindow, NATIVE_WINDOW_API_CPU));
             ASSERT_EQ(OK, native_window_set_buffers_format(mWindow, HAL_PIXEL_FORMAT_YCrCb_420_SP));
+            ASSERT_EQ(OK, native_window_set_usage(mWindow, GRALLOC_USAGE_SW_WRITE_OFTEN));
         }
+        // Alternate sizes so that buffers are reallocated as well as reused.
+        ASSERT_EQ(OK, native_window_set_buffers_dimensions(mWindow, (i / 100) % 2 ? 32 : 48, 8));
         ANativeWindowBuffer* anb = nullptr;
         ASSERT_EQ(OK, native_window_dequeue_buffer_and_wait(mWindow, &anb));
         sp<GraphicBuffer> buffer = GraphicBuffer::from(anb);

@@ -43,6 +43,7 @@ TEST_F(JvmHarnessTest, RunsOpenJdk17WithCheckedJniAndThePlatformJar) {
     std::string version = systemProperty(env, "java.version");
     EXPECT_TRUE(version == "17" || version.rfind("17.", 0) == 0) << version;
     EXPECT_EQ(systemProperty(env, "java.class.path").rfind(host::platformJarPath(), 0), 0u);
+    EXPECT_EQ(systemProperty(env, "java.library.path"), host::platformLibraryPath());
 
     std::vector<std::string> options = host::jvmOptionStrings();
     EXPECT_NE(std::find(options.begin(), options.end(), "-Xcheck:jni"), options.end());

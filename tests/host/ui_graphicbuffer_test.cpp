@@ -2,8 +2,10 @@
 // AHardwareBuffer view of a buffer.
 
 #include <android/hardware_buffer.h>
+#include <android/log.h>
 #include <gtest/gtest.h>
 #include <hardware/gralloc_qcom.h>
+#include <hostcontrol/LogCapture.h>
 #include <ui/Fence.h>
 #include <ui/GraphicBuffer.h>
 #include <ui/HostGrallocLayout.h>
@@ -11,6 +13,7 @@
 #include <utils/Timers.h>
 
 #include <chrono>
+#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -27,7 +30,10 @@ constexpr uint64_t kCpuUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_SW_WR
 
 class GraphicBufferTest : public ::testing::Test {
 protected:
-    void SetUp() override { host::resetFaultsAndCalls(); }
+    void SetUp() override {
+        host::setLogEcho(false);
+        host::resetFaultsAndCalls();
+    }
     void TearDown() override { host::resetFaultsAndCalls(); }
 
     static sp<GraphicBuffer> make(int32_t format, uint32_t w = 64, uint32_t h = 16) {
@@ -37,54 +43,131 @@ protected:
     }
 };
 
-TEST_F(GraphicBufferTest, PlainLockOfYuvGivesTheBaseAndYCbCrNeedsEightBitYuv) {
-    sp<GraphicBuffer> nv21 = make(HAL_PIXEL_FORMAT_YCrCb_420_SP);
-    void* base = nullptr;
-    ASSERT_EQ(android::OK, nv21->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &base));
-    ASSERT_EQ(android::OK, nv21->unlock());
-    android_ycbcr ycbcr{};
-    ASSERT_EQ(android::OK, nv21->lockYCbCr(GRALLOC_USAGE_SW_WRITE_OFTEN, &ycbcr));
-    EXPECT_EQ(base, ycbcr.y);
-    ASSERT_EQ(android::OK, nv21->unlock());
+// The mapper's error lines for unlocks of buffers that were not locked.
+size_t mapperUnlockErrors() {
+    size_t count = 0;
+    for (const host::LogLine& line : host::capturedLogs()) {
+        if (line.tag == "Gralloc4" && line.priority == ANDROID_LOG_ERROR &&
+            line.text.find(") failed with 2") != std::string::npos) {
+            ++count;
+        }
+    }
+    return count;
+}
 
-    const int32_t notYCbCr[] = {
-            HAL_PIXEL_FORMAT_RGBA_8888,  HAL_PIXEL_FORMAT_RGB_565,
-            HAL_PIXEL_FORMAT_RAW16,      HAL_PIXEL_FORMAT_Y8,
-            HAL_PIXEL_FORMAT_YCBCR_P010, HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC};
-    for (int32_t format : notYCbCr) {
-        SCOPED_TRACE(host::grallocFormatName(format));
-        sp<GraphicBuffer> buffer = make(format);
-        android_ycbcr untouched{};
-        EXPECT_EQ(android::BAD_VALUE, buffer->lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &untouched));
-        EXPECT_EQ(nullptr, untouched.y);
-        // The refused lock left nothing locked; a plain lock works.
-        EXPECT_EQ(android::BAD_VALUE, buffer->unlock());
-        void* data = nullptr;
-        EXPECT_EQ(android::OK, buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &data));
-        EXPECT_NE(nullptr, data);
+TEST_F(GraphicBufferTest, LockYCbCrDescribesOnlyEightBitYuvComponents) {
+    enum Outcome { kPlanes, kLumaOnly, kNoPlanes, kRefused };
+    const struct {
+        int32_t format;
+        uint32_t height;
+        Outcome outcome;
+    } cases[] = {
+            {HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, kPlanes},
+            {HAL_PIXEL_FORMAT_YV12, 16, kPlanes},
+            {HAL_PIXEL_FORMAT_Y8, 16, kLumaOnly},
+            {HAL_PIXEL_FORMAT_RGBA_8888, 16, kNoPlanes},
+            {HAL_PIXEL_FORMAT_RGB_565, 16, kNoPlanes},
+            {HAL_PIXEL_FORMAT_RAW16, 16, kNoPlanes},
+            {HAL_PIXEL_FORMAT_RAW10, 16, kNoPlanes},
+            {HAL_PIXEL_FORMAT_BLOB, 1, kNoPlanes},
+            {HAL_PIXEL_FORMAT_YCBCR_P010, 16, kRefused},
+            {HAL_PIXEL_FORMAT_Y16, 16, kRefused},
+            {HAL_PIXEL_FORMAT_YCbCr_420_SP_16BIT, 16, kRefused},
+            {HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC, 16, kRefused},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(host::grallocFormatName(c.format));
+        sp<GraphicBuffer> buffer = make(c.format, 64, c.height);
+        void* base = nullptr;
+        ASSERT_EQ(android::OK, buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &base));
+        ASSERT_EQ(android::OK, buffer->unlock());
+        host::clearCapturedLogs();
+
+        android_ycbcr ycbcr;
+        memset(&ycbcr, 0xA5, sizeof(ycbcr));
+        const int status = buffer->lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr);
+        EXPECT_EQ(c.outcome == kRefused ? android::BAD_VALUE : android::OK, status);
+        if (c.outcome == kRefused) {
+            // Unlocked again before the refusal: the next unlock finds nothing locked.
+            EXPECT_EQ(android::OK, buffer->unlock());
+            EXPECT_EQ(1u, mapperUnlockErrors());
+            continue;
+        }
+        EXPECT_EQ(c.outcome == kNoPlanes ? nullptr : base, ycbcr.y);
+        EXPECT_EQ(c.outcome == kPlanes, ycbcr.cb != nullptr);
+        EXPECT_EQ(c.outcome == kPlanes, ycbcr.cr != nullptr);
+        if (c.outcome != kPlanes) {
+            EXPECT_EQ(0u, ycbcr.cstride);
+            EXPECT_EQ(0u, ycbcr.chroma_step);
+            EXPECT_EQ(c.outcome == kLumaOnly ? buffer->getStride() : 0u, ycbcr.ystride);
+        }
+        // The buffer stays locked whatever was described.
         EXPECT_EQ(android::OK, buffer->unlock());
+        EXPECT_EQ(0u, mapperUnlockErrors());
     }
 }
 
-TEST_F(GraphicBufferTest, LockArgumentsAndUnlockWithoutLockAreRefused) {
+TEST_F(GraphicBufferTest, CpuLocksMustFitTheAllocationUsage) {
+    constexpr uint64_t kRead = GRALLOC_USAGE_SW_READ_OFTEN, kWrite = GRALLOC_USAGE_SW_WRITE_OFTEN;
+    const struct {
+        uint64_t allocated, locked;
+        bool allowed;
+    } cases[] = {
+            {kRead | kWrite, kRead, true},
+            {kRead | kWrite, kRead | kWrite, true},
+            {kRead, kRead, true},
+            {GRALLOC_USAGE_SW_READ_RARELY, kRead, true},  // any CPU-read bit allows reading
+            {GRALLOC_USAGE_SW_WRITE_RARELY | GRALLOC_USAGE_HW_TEXTURE, kWrite, true},
+            {kRead, kWrite, false},
+            {kRead, kRead | kWrite, false},
+            {kWrite, kRead, false},
+            {GRALLOC_USAGE_HW_TEXTURE, kRead, false},
+            {kRead | kWrite, GRALLOC_USAGE_HW_TEXTURE, false},  // no CPU access asked for
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << std::hex << c.allocated << " locked " << c.locked);
+        sp<GraphicBuffer> buffer =
+                new GraphicBuffer(64, 16, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1, c.allocated);
+        ASSERT_EQ(android::OK, buffer->initCheck());
+        const int expected = c.allowed ? android::OK : android::BAD_VALUE;
+        void* data = nullptr;
+        android_ycbcr ycbcr{};
+        EXPECT_EQ(expected, buffer->lock(c.locked, &data));
+        EXPECT_EQ(expected, buffer->lockYCbCr(c.locked, &ycbcr));
+        EXPECT_EQ(expected, buffer->lockAsync(c.locked, &data, -1));
+        host::clearCapturedLogs();
+        for (int i = 0; i < 3; ++i) buffer->unlock();
+        EXPECT_EQ(c.allowed ? 0u : 3u, mapperUnlockErrors());
+    }
+}
+
+TEST_F(GraphicBufferTest, LockArgumentsAreRefusedAndUnlockingNothingOnlyLogs) {
     sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_RGBA_8888);
     void* data = nullptr;
-    EXPECT_EQ(android::BAD_VALUE, buffer->unlock());
-    EXPECT_EQ(android::BAD_VALUE, buffer->lock(GRALLOC_USAGE_HW_TEXTURE, &data));
     EXPECT_EQ(android::BAD_VALUE,
               buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, Rect(0, 0, 65, 16), &data));
     EXPECT_EQ(android::BAD_VALUE,
               buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, Rect(-1, 0, 10, 10), &data));
-    EXPECT_EQ(android::BAD_VALUE, buffer->unlock());
 
-    // Locks nest; each needs its unlock.
+    // Locks nest; each needs its unlock. One more unlock, as GraphicBufferMapper::unlockAsync
+    // does with the mapper's error, is logged and answered NO_ERROR.
     ASSERT_EQ(android::OK, buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, Rect(8, 2, 16, 4), &data));
     void* again = nullptr;
     ASSERT_EQ(android::OK, buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &again));
     EXPECT_EQ(data, again);  // the base address, whatever the rectangle
+    host::clearCapturedLogs();
     EXPECT_EQ(android::OK, buffer->unlock());
     EXPECT_EQ(android::OK, buffer->unlock());
-    EXPECT_EQ(android::BAD_VALUE, buffer->unlock());
+    EXPECT_EQ(0u, mapperUnlockErrors());
+    EXPECT_EQ(android::OK, buffer->unlock());
+    int fence = 0;
+    EXPECT_EQ(android::OK, buffer->unlockAsync(&fence));
+    EXPECT_EQ(-1, fence);
+    EXPECT_EQ(2u, mapperUnlockErrors());
+    // ...and the buffer is no more locked than before: one lock needs one unlock.
+    ASSERT_EQ(android::OK, buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &data));
+    EXPECT_EQ(android::OK, buffer->unlock());
+    EXPECT_EQ(2u, mapperUnlockErrors());
 
     // A buffer without memory cannot be locked.
     sp<GraphicBuffer> empty = new GraphicBuffer();
@@ -123,7 +206,9 @@ TEST_F(GraphicBufferTest, InjectedFaultsFailTheNamedCallsAndAreRecordedInOrder) 
 
     host::injectFault("buffer.lock", -5);
     EXPECT_EQ(-5, buffer->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &data));
-    EXPECT_EQ(android::BAD_VALUE, buffer->unlock());  // the failed lock locked nothing
+    host::clearCapturedLogs();
+    EXPECT_EQ(android::OK, buffer->unlock());
+    EXPECT_EQ(1u, mapperUnlockErrors());  // the failed lock locked nothing
 
     host::injectFault("buffer.lockYCbCr", android::NO_MEMORY, 2);
     EXPECT_EQ(android::NO_MEMORY, buffer->lockYCbCr(GRALLOC_USAGE_SW_WRITE_OFTEN, &ycbcr));

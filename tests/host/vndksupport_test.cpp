@@ -30,10 +30,18 @@ protected:
         return probe != nullptr ? probe() : -1;
     }
 
-    static size_t warnings() {
+    // The failure lines, each checked against the platform's error line for `name`.
+    static size_t failures(const char* name) {
         size_t count = 0;
+        const std::string prefix =
+                std::string("Could not load ") + name + " from sphal namespace: ";
         for (const host::LogLine& line : host::capturedLogs()) {
-            if (line.tag == "vndksupport" && line.priority == 5) ++count;
+            if (line.tag != "vndksupport") continue;
+            ++count;
+            EXPECT_EQ(line.priority, 6) << line.text;
+            EXPECT_EQ(line.text.rfind(prefix, 0), 0u) << line.text;
+            EXPECT_GT(line.text.size(), prefix.size() + 1) << "no loader message: " << line.text;
+            EXPECT_EQ(line.text.back(), '.') << line.text;
         }
         return count;
     }
@@ -50,8 +58,8 @@ TEST_F(SphalNamespaceTest, WithoutDirectoriesTheNormalSearchPathIsUsed) {
 
     // The probe is not on the normal search path.
     EXPECT_EQ(android_load_sphal_library("libsphal_probe.so", RTLD_NOW), nullptr);
-    EXPECT_EQ(warnings(), 1u);
-    EXPECT_EQ(dlerror(), nullptr);  // the warning took the loader's message
+    EXPECT_EQ(failures("libsphal_probe.so"), 1u);
+    EXPECT_EQ(dlerror(), nullptr);  // the error line took the loader's message
     EXPECT_EQ(android_is_in_vendor_process(), 0);
 }
 
@@ -61,11 +69,11 @@ TEST_F(SphalNamespaceTest, ConfinedDirectoriesAreSearchedInOrderAndOnly) {
     ASSERT_NE(probe, nullptr);
     EXPECT_EQ(answer(probe), 42);
     EXPECT_EQ(android_unload_sphal_library(probe), 0);
-    EXPECT_EQ(warnings(), 0u);
+    EXPECT_EQ(failures("libsphal_probe.so"), 0u);
 
     // libc is not in the namespace's directories, so the namespace does not find it...
     EXPECT_EQ(android_load_sphal_library("libc.so.6", RTLD_NOW), nullptr);
-    EXPECT_EQ(warnings(), 1u);
+    EXPECT_EQ(failures("libc.so.6"), 1u);
     // ...while a path names the library directly.
     std::string path = std::string(SPHAL_PROBE_DIR) + "/libsphal_probe.so";
     host::setSphalSearchPath({"/nonexistent-sphal-dir"});

@@ -105,18 +105,26 @@ inline void modelRgbaToYuv420(const uint8_t* rgba, size_t width, size_t height, 
     }
 }
 
-// What nv21ToRgb565 must write: pairs of pixels per row, the chroma row r / 2 (the last one for
-// the last row of an odd height), nothing for the odd last column or a single row.
-inline void modelNv21ToRgb565(const uint8_t* nv21, int width, int height, uint8_t* out) {
-    if (width <= 0 || height < 2) return;
+// What nv21ToRgb565 must write from `bytes` input bytes: pairs of pixels per row with chroma row
+// r / 2; where the input ends before that row's last pair, the nearest chroma row above that it
+// holds in full, or V = U = 128 when it holds none; nothing for the odd last column or for rows
+// whose luma pairs the input does not hold.
+inline void modelNv21ToRgb565(const uint8_t* nv21, size_t bytes, int width, int height,
+                              uint8_t* out) {
+    if (width <= 0 || height <= 0) return;
     const size_t w = static_cast<size_t>(width);
     const size_t h = static_cast<size_t>(height);
+    const size_t pairs = w / 2;
     for (size_t r = 0; r < h; ++r) {
-        const size_t chromaRow = std::min(r / 2, h / 2 - 1);
-        for (size_t x = 0; x + 1 < w; x += 2) {
-            const uint8_t* c = nv21 + w * h + chromaRow * w + x;
+        if (r * w + 2 * pairs > bytes) return;
+        long chromaRow = static_cast<long>(r / 2);
+        while (chromaRow >= 0 && w * h + chromaRow * w + 2 * pairs > bytes) --chromaRow;
+        for (size_t x = 0; x < 2 * pairs; x += 2) {
+            const uint8_t* c = chromaRow >= 0 ? nv21 + w * h + chromaRow * w + x : nullptr;
+            const int v = c != nullptr ? c[0] : 128;
+            const int u = c != nullptr ? c[1] : 128;
             for (size_t i = 0; i < 2; ++i) {
-                const uint16_t px = modelRgb565(nv21[r * w + x + i], c[1], c[0]);
+                const uint16_t px = modelRgb565(nv21[r * w + x + i], u, v);
                 out[(r * w + x + i) * 2] = static_cast<uint8_t>(px & 0xFF);
                 out[(r * w + x + i) * 2 + 1] = static_cast<uint8_t>(px >> 8);
             }

@@ -105,53 +105,6 @@ TEST_F(SurfaceGeometryTest, OnlyNv21IsOverriddenAndOnlyForDisplays) {
     EXPECT_EQ(nextFrame().mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YV12);
 }
 
-TEST_F(SurfaceGeometryTest, FailedStepsOfTheFormatStopTheSequence) {
-    host::injectFault("window.perform.SET_BUFFERS_FORMAT", -22);
-    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, 1, true), -22);
-    EXPECT_TRUE(
-            logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                   withError("nativeSetSurfaceFormat: Error while setting surface format", -22)));
-    EXPECT_EQ(host::callCount("window.perform.SET_USAGE64"), 0u);
-    EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_DATASPACE"), 0u);
-
-    host::injectFault("window.perform.SET_USAGE64", -38);
-    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, 1, true), -38);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetSurfaceFormat: Failed to set native window usage flag, "
-                                 "error",
-                                 -38)));
-#if !defined(NUVRA_TEST_VENDOR_QCOM)
-    host::injectFault("window.perform.SET_BUFFERS_DATASPACE", -19);
-    EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, 1, true), -19);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetSurfaceFormat: Failed to set native window data_space, "
-                                 "error",
-                                 -19)));
-#endif
-}
-
-TEST_F(SurfaceGeometryTest, DimensionsAndUserDimensions) {
-    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 96, 40), 0);
-    android::BufferItem item = nextFrame();
-    EXPECT_EQ(item.mGraphicBuffer->getWidth(), 96u);
-    EXPECT_EQ(item.mGraphicBuffer->getHeight(), 40u);
-
-    host::injectFault("window.perform.SET_BUFFERS_DIMENSIONS", -22);
-    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 10, 10), -22);
-    EXPECT_TRUE(
-            logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                   withError("nativeSetSurfaceDimens: Error while setting surface dimens", -22)));
-    EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_USER_DIMENSIONS"), 1u);  // the first call
-    host::injectFault("window.perform.SET_BUFFERS_USER_DIMENSIONS", -22);
-    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 10, 10), -22);
-    EXPECT_TRUE(logged(
-            kSurfaceTag, ANDROID_LOG_ERROR,
-            withError("nativeSetSurfaceDimens: Error while setting surface user dimens", -22)));
-    // The dimensions set before the user dimensions failed stay.
-    item = nextFrame();
-    EXPECT_EQ(item.mGraphicBuffer->getWidth(), 10u);
-}
-
 // The platform's rotation transform, computed here from its definition.
 uint32_t expectedTransform(int facing, int orientation, int mirrorMode) {
     uint32_t mirror = 0;
@@ -164,6 +117,80 @@ uint32_t expectedTransform(int facing, int orientation, int mirrorMode) {
     uint32_t transform = rotation;
     if (mirror != 0) transform = mirror ^ rotations[(4 - orientation / 90) % 4];
     return transform | NATIVE_WINDOW_TRANSFORM_INVERSE_DISPLAY;
+}
+
+TEST_F(SurfaceGeometryTest, DimensionsAndUserDimensions) {
+    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 96, 40), 0);
+    android::BufferItem item = nextFrame();
+    EXPECT_EQ(item.mGraphicBuffer->getWidth(), 96u);
+    EXPECT_EQ(item.mGraphicBuffer->getHeight(), 40u);
+    // The dimensions set before the user dimensions failed stay.
+    host::injectFault("window.perform.SET_BUFFERS_USER_DIMENSIONS", -22);
+    EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 10, 10), -22);
+    EXPECT_EQ(nextFrame().mGraphicBuffer->getWidth(), 10u);
+}
+
+// A window request that fails (or refuses the value) ends the setter with the request's status
+// and its line; the requests after it in the setter are not made.
+TEST_F(SurfaceGeometryTest, SetterFailuresReturnTheWindowsCodeWithTheirLine) {
+    using Call = int (*)(JNIEnv*, jobject);
+    const struct {
+        Call call;
+        const char* fault;  // armed with `status`; null when the value itself is refused
+        int status;
+        const char* line;
+        const char* end;
+        const char* notCalled;
+    } cases[] = {
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceFormat(e, s, 1, true); },
+         "window.perform.SET_BUFFERS_FORMAT", -22,
+         "nativeSetSurfaceFormat: Error while setting surface format", ".",
+         "window.perform.SET_USAGE64"},
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceFormat(e, s, 1, true); },
+         "window.perform.SET_USAGE64", -38,
+         "nativeSetSurfaceFormat: Failed to set native window usage flag, error", ".", nullptr},
+#if !defined(NUVRA_TEST_VENDOR_QCOM)
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceFormat(e, s, 1, true); },
+         "window.perform.SET_BUFFERS_DATASPACE", -19,
+         "nativeSetSurfaceFormat: Failed to set native window data_space, error", ".", nullptr},
+#endif
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceDimens(e, s, 10, 10); },
+         "window.perform.SET_BUFFERS_DIMENSIONS", -22,
+         "nativeSetSurfaceDimens: Error while setting surface dimens", ".",
+         "window.perform.SET_BUFFERS_USER_DIMENSIONS"},
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceDimens(e, s, 10, 10); },
+         "window.perform.SET_BUFFERS_USER_DIMENSIONS", -22,
+         "nativeSetSurfaceDimens: Error while setting surface user dimens", ".", nullptr},
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceOrientation(e, s, 1, 45); },
+         nullptr, -38, "nativeSetSurfaceTransform: Invalid rotation transform", "",
+         "window.perform.SET_BUFFERS_TRANSFORM"},
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceMirror(e, s, 1, 0, 1); },
+         "window.perform.SET_BUFFERS_TRANSFORM", -19,
+         "nativeSetSurfaceTransform: Unable to configure surface transform, error", "", nullptr},
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetScalingMode(e, s, 7); }, nullptr, -22,
+         "nativeSetScalingMode: Unable to set surface scaling mode, error", "", nullptr},
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetNextTimestamp(e, s, 1); },
+         "window.perform.SET_BUFFERS_TIMESTAMP", -19,
+         "nativeSetNextTimestamp: Unable to set surface timestamp, error", "", nullptr},
+        {[](JNIEnv* e, jobject s) { return util()->nativeSetDataSpaceToSurface(e, s, 0x8C20000); },
+         "window.perform.SET_BUFFERS_DATASPACE", -19,
+         "nativeSetDataSpaceToSurface: Error while setting dataspace(146931712/0x8c20000) to "
+         "surface",
+         ".", nullptr},
+    };
+    ASSERT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 180), 0);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.line);
+        host::resetFaultsAndCalls();
+        if (c.fault != nullptr) host::injectFault(c.fault, c.status);
+        EXPECT_EQ(c.call(env, ts.javaSurface), c.status);
+        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, withError(c.line, c.status, c.end)));
+        if (c.notCalled != nullptr) {
+            EXPECT_EQ(host::callCount(c.notCalled), 0u);
+        }
+    }
+    // The refused orientation left the transform set before it.
+    EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(1, 180, 0));
 }
 
 TEST_F(SurfaceGeometryTest, MirrorTransformForEveryFacingOrientationAndMode) {
@@ -195,29 +222,6 @@ TEST_F(SurfaceGeometryTest, OrientationIsTheMirrorWithModeZero) {
     EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(0, 90, 0));
 }
 
-TEST_F(SurfaceGeometryTest, RejectedOrientationLeavesTheWindowAlone) {
-    ASSERT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 180), 0);
-    host::resetFaultsAndCalls();
-    EXPECT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 45), -38);
-    EXPECT_TRUE(
-            logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                   withError("nativeSetSurfaceTransform: Invalid rotation transform", -38, "")));
-    EXPECT_EQ(host::callCount("window.perform.SET_BUFFERS_TRANSFORM"), 0u);
-    EXPECT_EQ(fullTransform(nextFrame()), expectedTransform(1, 180, 0));
-
-    host::injectFault("window.perform.SET_BUFFERS_TRANSFORM", -19);
-    EXPECT_EQ(util()->nativeSetSurfaceMirror(env, ts.javaSurface, 1, 0, 1), -19);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetSurfaceTransform: Unable to configure surface "
-                                 "transform, error",
-                                 -19, "")));
-    EXPECT_EQ(util()->nativeSetSurfaceOrientation(env, nullptr, 1, 0), -22);
-    expectPendingException(env, "java.lang.NullPointerException", "surface");
-    EXPECT_TRUE(
-            logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                   "nativeSetSurfaceTransform: Could not retrieve native window from surface."));
-}
-
 TEST_F(SurfaceGeometryTest, ScalingTimestampAndDataSpaceReachTheQueuedBuffer) {
     EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface,
                                            NATIVE_WINDOW_SCALING_MODE_SCALE_CROP),
@@ -233,31 +237,20 @@ TEST_F(SurfaceGeometryTest, ScalingTimestampAndDataSpaceReachTheQueuedBuffer) {
     EXPECT_EQ(static_cast<int>(nextFrame().mDataSpace), -1);
 }
 
-TEST_F(SurfaceGeometryTest, RefusedSettersReturnTheWindowsCode) {
-    EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface, 7), -22);
-    EXPECT_TRUE(logged(
-            kSurfaceTag, ANDROID_LOG_ERROR,
-            withError("nativeSetScalingMode: Unable to set surface scaling mode, error", -22, "")));
-    host::injectFault("window.perform.SET_BUFFERS_TIMESTAMP", -19);
-    EXPECT_EQ(util()->nativeSetNextTimestamp(env, ts.javaSurface, 1), -19);
-    EXPECT_TRUE(logged(
-            kSurfaceTag, ANDROID_LOG_ERROR,
-            withError("nativeSetNextTimestamp: Unable to set surface timestamp, error", -19, "")));
-    host::injectFault("window.perform.SET_BUFFERS_DATASPACE", -19);
-    EXPECT_EQ(util()->nativeSetDataSpaceToSurface(env, ts.javaSurface, 0x8C20000), -19);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetDataSpaceToSurface: Error while setting "
-                                 "dataspace(146931712/0x8c20000) to surface",
-                                 -19)));
+TEST_F(SurfaceGeometryTest, NullSurfacesThrowAndAreRefused) {
     for (auto call :
          {+[](JNIEnv* e) { return util()->nativeSetScalingMode(e, nullptr, 1); },
           +[](JNIEnv* e) { return util()->nativeSetNextTimestamp(e, nullptr, 1); },
           +[](JNIEnv* e) { return util()->nativeSetSurfaceDimens(e, nullptr, 1, 1); },
           +[](JNIEnv* e) { return util()->nativeSetDataSpaceToSurface(e, nullptr, 1); },
-          +[](JNIEnv* e) { return util()->nativeSetSurfaceFormat(e, nullptr, 1, true); }}) {
+          +[](JNIEnv* e) { return util()->nativeSetSurfaceFormat(e, nullptr, 1, true); },
+          +[](JNIEnv* e) { return util()->nativeSetSurfaceOrientation(e, nullptr, 1, 0); }}) {
         EXPECT_EQ(call(env), -22);
         expectPendingException(env, "java.lang.NullPointerException", "surface");
     }
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                   "nativeSetSurfaceTransform: Could not retrieve native window from surface."));
 }
 
 }  // namespace

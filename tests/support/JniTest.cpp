@@ -6,6 +6,7 @@
 #include <hostjvm/Jvm.h>
 #include <hostproperties/HostProperties.h>
 #include <testsupport/JniTest.h>
+#include <ui/HostPlaneLayouts.h>
 
 namespace nuvra::test {
 namespace {
@@ -87,6 +88,7 @@ std::optional<std::string> toStdString(JNIEnv* env, jstring string) {
 void resetHostPlatform() {
     host::resetFaultsAndCalls();
     host::clearCapturedLogs();
+    host::clearPlaneLayoutOverride();
     host::resetProperties();
     // As at process start: a board named in HOST_PROPERTIES wins over the profile's board.
     std::optional<std::string> board = host::getProperty("ro.board.platform");

@@ -4,6 +4,7 @@
 #include <hostcontrol/LogCapture.h>
 #include <hostjvm/Jvm.h>
 #include <testsupport/JniTest.h>
+#include <ui/HostGrallocGuard.h>
 
 namespace {
 
@@ -65,6 +66,8 @@ extern "C" __attribute__((visibility("default"), used)) const char* __lsan_defau
 }
 
 int main(int argc, char** argv) {
+    // Every gralloc buffer ends against an inaccessible page: an overrun faults in the test.
+    host::setGrallocGuardMode(true);
     ::testing::InitGoogleTest(&argc, argv);
     ::testing::AddGlobalTestEnvironment(new JvmEnvironment);
     ::testing::UnitTest::GetInstance()->listeners().Append(new JvmWarningListener);

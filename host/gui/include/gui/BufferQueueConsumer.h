@@ -39,6 +39,15 @@ public:
     // BufferQueue by the producer to fail.
     virtual status_t disconnect();
 
+    // Host: how many slots hold a buffer in each state, for tests' leak checks.
+    struct SlotCounts {
+        int free = 0;  // FREE slots that hold a buffer
+        int dequeued = 0;
+        int queued = 0;
+        int acquired = 0;
+    };
+    SlotCounts getSlotCounts() const;
+
 private:
     sp<BufferQueueCore> mCore;
 

@@ -11,7 +11,9 @@
  * stream the VM meant unless echo is off. Tests treat any captured line as a failure.
  *
  * The jar is the one built with this tree; HOST_PLATFORM_JAR in the environment names another
- * (an installed copy, for tools run outside the build tree).
+ * (an installed copy, for tools run outside the build tree). Likewise java.library.path, where
+ * the platform classes load their JNI libraries from (System.loadLibrary("media_jni")), is the
+ * build tree's library directory unless HOST_PLATFORM_LIBRARY_PATH names another.
  */
 #pragma once
 
@@ -48,6 +50,8 @@ std::vector<std::string> jvmOptionStrings();
 
 // The jar of the platform's Java classes that startJvm() puts on the class path.
 std::string platformJarPath();
+// The java.library.path that startJvm() gives the VM.
+std::string platformLibraryPath();
 
 // Lines the VM printed, oldest first (without their line ends).
 std::vector<std::string> jvmWarnings();

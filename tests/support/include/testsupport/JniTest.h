@@ -48,7 +48,7 @@ private:
 std::optional<std::string> toStdString(JNIEnv* env, jstring string);
 
 // Resets the host platform to the state the process started in (faults, call record, captured
-// logs, properties, device profile). JniTest::SetUp calls it.
+// logs, plane layout override, properties, device profile). JniTest::SetUp calls it.
 void resetHostPlatform();
 
 class JniTest : public ::testing::Test {

@@ -1,0 +1,347 @@
+// The host camera source: every camera format on both kinds of device, into real ImageReaders,
+// and acquire fences that hold back whoever reads the frame.
+
+#include <hardware/gralloc_qcom.h>
+#include <hostcamera/CameraSource.h>
+#include <hostcontrol/DeviceProfile.h>
+#include <hostmedia/ImageReaderState.h>
+#include <hostproperties/HostProperties.h>
+#include <ui/GraphicBufferMapper.h>
+
+#include <chrono>
+#include <cmath>
+
+#include "media_test_support.h"
+
+namespace {
+
+using android::GraphicBuffer;
+using android::OK;
+using android::sp;
+using host::CameraSource;
+using host::CameraSourceConfig;
+using host::RgbPicture;
+using hosttest::ImageReaderTest;
+
+constexpr uint32_t kWidth = 37;
+constexpr uint32_t kHeight = 21;
+
+// Solid 2x2 blocks of four colours, so every chroma sample has one exact expected value.
+RgbPicture blockPicture(uint32_t width, uint32_t height) {
+    static const uint8_t kPalette[4][3] = {
+            {200, 100, 50}, {20, 220, 120}, {90, 30, 240}, {255, 255, 255}};
+    RgbPicture p{width, height, std::vector<uint8_t>(size_t{width} * height * 3)};
+    for (uint32_t y = 0; y < height; y++) {
+        for (uint32_t x = 0; x < width; x++) {
+            const uint8_t* c = kPalette[((x / 2) * 3 + (y / 2) * 5) % 4];
+            std::copy(c, c + 3, &p.rgb[(size_t{y} * width + x) * 3]);
+        }
+    }
+    return p;
+}
+
+// JFIF's YCbCr of a pixel, in floating point: 0 luma, 1 Cb, 2 Cr.
+double expectedYcbcr(const RgbPicture& p, uint32_t x, uint32_t y, int component) {
+    const uint8_t* c = p.pixel(x, y);
+    const double r = c[0], g = c[1], b = c[2];
+    const double v[3] = {0.299 * r + 0.587 * g + 0.114 * b,
+                         128 - 0.168736 * r - 0.331264 * g + 0.5 * b,
+                         128 + 0.5 * r - 0.418688 * g - 0.081312 * b};
+    return std::clamp(v[component], 0.0, 255.0);
+}
+
+uint16_t le16(const uint8_t* p) {
+    return static_cast<uint16_t>(p[0] | p[1] << 8);
+}
+
+// Checks every sample of an 8-bit YUV buffer through its YCbCr lock.
+void expectYuv420(GraphicBuffer& buffer, const RgbPicture& p) {
+    android_ycbcr ycbcr{};
+    ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
+    const auto* Y = static_cast<const uint8_t*>(ycbcr.y);
+    const auto* cb = static_cast<const uint8_t*>(ycbcr.cb);
+    const auto* cr = static_cast<const uint8_t*>(ycbcr.cr);
+    int bad = 0;
+    for (uint32_t y = 0; y < p.height; y++) {
+        for (uint32_t x = 0; x < p.width; x++) {
+            bad += std::abs(Y[y * ycbcr.ystride + x] - expectedYcbcr(p, x, y, 0)) > 1;
+            const size_t c = (y / 2) * ycbcr.cstride + (x / 2) * ycbcr.chroma_step;
+            bad += std::abs(cb[c] - expectedYcbcr(p, x, y, 1)) > 1;
+            bad += std::abs(cr[c] - expectedYcbcr(p, x, y, 2)) > 1;
+        }
+    }
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(buffer.unlock(), OK);
+}
+
+// Checks P010 through the mapper's plane layouts: 10-bit samples in the high bits.
+void expectP010(GraphicBuffer& buffer, const RgbPicture& p) {
+    std::vector<android::ui::PlaneLayout> layouts;
+    ASSERT_EQ(android::GraphicBufferMapper::get().getPlaneLayouts(buffer.handle, &layouts), OK);
+    ASSERT_EQ(layouts.size(), 2u);
+    void* base = nullptr;
+    ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base), OK);
+    const auto* b = static_cast<const uint8_t*>(base);
+    int bad = 0;
+    for (uint32_t y = 0; y < p.height; y++) {
+        for (uint32_t x = 0; x < p.width; x++) {
+            const uint16_t luma =
+                    le16(b + layouts[0].offsetInBytes + y * layouts[0].strideInBytes + x * 2);
+            const uint8_t* chroma =
+                    b + layouts[1].offsetInBytes + (y / 2) * layouts[1].strideInBytes + (x / 2) * 4;
+            const uint16_t samples[3] = {luma, le16(chroma), le16(chroma + 2)};
+            for (int i = 0; i < 3; i++) {
+                bad += (samples[i] & 63) != 0;
+                bad += std::abs((samples[i] >> 6) - expectedYcbcr(p, x, y, i) * 1023 / 255) > 5;
+            }
+        }
+    }
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(buffer.unlock(), OK);
+}
+
+// Checks single-plane formats row by row through a plain lock: the luma (Y8, Y16) or the RGGB
+// mosaic (RAW16 and RAW10 10-bit, RAW12 12-bit) in Android's packings.
+void expectSinglePlane(GraphicBuffer& buffer, const RgbPicture& p) {
+    const int32_t format = buffer.getPixelFormat();
+    void* base = nullptr;
+    int32_t bytesPerPixel = 0;
+    int32_t stride = 0;
+    ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base, &bytesPerPixel, &stride), OK);
+    int bad = 0;
+    for (uint32_t y = 0; y < p.height; y++) {
+        const uint8_t* row = static_cast<const uint8_t*>(base) + size_t{y} * stride;
+        for (uint32_t x = 0; x < p.width; x++) {
+            const int channel = (y % 2 == 0) ? (x % 2 == 0 ? 0 : 1) : (x % 2 == 0 ? 1 : 2);
+            const double mosaic = p.pixel(x, y)[channel];
+            double expected = 0, max = 1023, tolerance = 0.5;
+            int sample = 0;
+            switch (format) {
+                case HAL_PIXEL_FORMAT_Y8:
+                    sample = row[x], expected = expectedYcbcr(p, x, y, 0), max = 255, tolerance = 1;
+                    break;
+                case HAL_PIXEL_FORMAT_Y16:
+                    sample = le16(row + 2 * x), expected = expectedYcbcr(p, x, y, 0), max = 65535;
+                    tolerance = 258;
+                    break;
+                case HAL_PIXEL_FORMAT_RAW16:
+                    sample = le16(row + 2 * x), expected = mosaic;
+                    break;
+                case HAL_PIXEL_FORMAT_RAW10:
+                    sample = row[x / 4 * 5 + x % 4] << 2 |
+                             ((row[x / 4 * 5 + 4] >> (2 * (x % 4))) & 3);
+                    expected = mosaic;
+                    break;
+                case HAL_PIXEL_FORMAT_RAW12:
+                    sample = row[x / 2 * 3 + x % 2] << 4 |
+                             ((row[x / 2 * 3 + 2] >> (4 * (x % 2))) & 15);
+                    expected = mosaic, max = 4095;
+                    break;
+            }
+            bad += std::abs(sample - expected * max / 255) > tolerance;
+        }
+    }
+    EXPECT_EQ(bad, 0);
+    EXPECT_EQ(buffer.unlock(), OK);
+}
+
+// The JPEG starts the buffer, decodes back to the picture, and its size is in the camera's
+// trailer in the last 8 bytes.
+void expectJpeg(GraphicBuffer& buffer, const RgbPicture& p, size_t reportedSize) {
+    void* base = nullptr;
+    ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base), OK);
+    const auto* b = static_cast<const uint8_t*>(base);
+    const size_t capacity = buffer.getWidth();
+    const uint8_t* trailer = b + capacity - 8;
+    EXPECT_EQ(le16(trailer), 0x00FF);
+    EXPECT_EQ(le16(trailer + 2), 0);
+    const uint32_t size = le16(trailer + 4) | uint32_t{le16(trailer + 6)} << 16;
+    EXPECT_EQ(size, reportedSize);
+    ASSERT_GT(size, 4u);
+    ASSERT_LE(size, capacity - 8);
+    EXPECT_EQ(le16(b), 0xD8FF);             // SOI
+    EXPECT_EQ(le16(b + size - 2), 0xD9FF);  // EOI
+    RgbPicture decoded = host::decodeJpeg(b, size);
+    ASSERT_EQ(decoded.width, p.width);
+    ASSERT_EQ(decoded.height, p.height);
+    double error = 0;
+    for (size_t i = 0; i < p.rgb.size(); i++) error += std::abs(decoded.rgb[i] - p.rgb[i]);
+    EXPECT_LT(error / p.rgb.size(), 12);
+    EXPECT_EQ(buffer.unlock(), OK);
+}
+
+class CameraSourceTest : public ImageReaderTest {};
+
+// Every camera format the library reads, on a packed and a padded device, into a reader of the
+// matching public format: the image's buffer has the format and size, the picture in the
+// format's samples, and on the padded device rows longer than the picture.
+TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
+    struct Case {
+        jint readerFormat;
+        int32_t bufferFormat;
+    };
+    const Case cases[] = {
+            {0x23, HAL_PIXEL_FORMAT_YCrCb_420_SP},
+            {0x23, HAL_PIXEL_FORMAT_YCbCr_420_888},
+            {0x23, PIXEL_FORMAT_YCrCb_420_SP_M},
+            {0x23, HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS},
+            {0x23, HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS},
+            {0x22, HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED},
+            {0x36, HAL_PIXEL_FORMAT_YCBCR_P010},
+            {0x25, HAL_PIXEL_FORMAT_RAW10},
+            {0x26, HAL_PIXEL_FORMAT_RAW12},
+            {0x20, HAL_PIXEL_FORMAT_RAW16},
+            {0x20203859, HAL_PIXEL_FORMAT_Y8},
+            {0x20363159, HAL_PIXEL_FORMAT_Y16},
+            {0x100, HAL_PIXEL_FORMAT_BLOB},
+    };
+    const RgbPicture blocks = blockPicture(kWidth, kHeight);
+    // JPEG's own 4:2:0 blurs 2x2 blocks of saturated colours: it gets a smoother picture.
+    const RgbPicture card = host::makeTestCard(160, 120);
+    for (const char* profile : {"packed-nv21", "phone-qcom"}) {
+        ASSERT_TRUE(host::selectDeviceProfile(profile));
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(profile) + " " + host::grallocFormatName(c.bufferFormat));
+            const bool blob = c.bufferFormat == HAL_PIXEL_FORMAT_BLOB;
+            CameraSourceConfig config;
+            config.format = c.bufferFormat;
+            config.width = blob ? 16384 : kWidth;
+            config.height = blob ? 1 : kHeight;
+            jobject reader =
+                    newReader(blob ? 16384 : kWidth, blob ? 1 : kHeight, c.readerFormat, 1);
+            ASSERT_NE(reader, nullptr);
+            jobject surface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
+            std::unique_ptr<CameraSource> camera = CameraSource::connect(env, surface, config);
+            ASSERT_NE(camera, nullptr);
+            const RgbPicture& picture = blob ? card : blocks;
+            ASSERT_EQ(camera->queueFrame(picture, 42), OK);
+            jobject image = acquireNext(reader);
+            ASSERT_NE(image, nullptr);
+            GraphicBuffer& buffer = *itemOf(image)->mGraphicBuffer;
+            EXPECT_EQ(buffer.getPixelFormat(), c.bufferFormat);
+            EXPECT_EQ(itemOf(image)->mTimestamp, 42);
+            EXPECT_EQ(buffer.getUsage() & GRALLOC_USAGE_HW_CAMERA_WRITE,
+                      uint64_t{GRALLOC_USAGE_HW_CAMERA_WRITE});
+            android_ycbcr ycbcr{};
+            switch (c.bufferFormat) {
+                case HAL_PIXEL_FORMAT_BLOB:
+                    expectJpeg(buffer, picture, camera->lastJpegSize());
+                    break;
+                case HAL_PIXEL_FORMAT_YCBCR_P010:
+                    expectP010(buffer, picture);
+                    break;
+                case HAL_PIXEL_FORMAT_RAW10:
+                case HAL_PIXEL_FORMAT_RAW12:
+                case HAL_PIXEL_FORMAT_RAW16:
+                case HAL_PIXEL_FORMAT_Y8:
+                case HAL_PIXEL_FORMAT_Y16:
+                    expectSinglePlane(buffer, picture);
+                    break;
+                case HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED:
+                    break;  // opaque to its consumers
+                default:
+                    expectYuv420(buffer, picture);
+                    ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
+                    // A phone pads rows to 64 bytes at least: pitches differ from the width.
+                    if (profile[1] == 'h') {
+                        EXPECT_GE(ycbcr.ystride, 64u);
+                    }
+                    EXPECT_EQ(buffer.unlock(), OK);
+            }
+            close(image);
+            camera.reset();
+            close(reader);
+        }
+    }
+}
+
+// A frame's acquire fence signals fenceDelayUs after the queue. Android's reader waits for it
+// when acquiring; with the wait left to the locks, the buffer's async locks wait for it.
+TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
+    using Clock = std::chrono::steady_clock;
+    constexpr auto kDelay = std::chrono::milliseconds(300);
+    for (const char* mode : {"acquire", "lock"}) {
+        for (bool ycbcrLock : {false, true}) {
+            SCOPED_TRACE(std::string(mode) + (ycbcrLock ? " lockAsyncYCbCr" : " lockAsync"));
+            host::setProperty("host.imagereader.fence_wait", mode);
+            jobject reader = newReader(kWidth + 1, kHeight + 1, 0x23, 1);
+            CameraSourceConfig config;
+            config.format = HAL_PIXEL_FORMAT_YCrCb_420_SP;
+            config.width = kWidth + 1;
+            config.height = kHeight + 1;
+            config.fenceDelayUs = std::chrono::microseconds(kDelay).count();
+            std::unique_ptr<CameraSource> camera = CameraSource::connect(
+                    env, callObject(reader, "getSurface", "()Landroid/view/Surface;"), config);
+            ASSERT_NE(camera, nullptr);
+
+            const Clock::time_point queued = Clock::now();
+            ASSERT_EQ(camera->queueFrame(host::makeTestCard(kWidth + 1, kHeight + 1), 1), OK);
+            jobject image = acquireNext(reader);
+            ASSERT_NE(image, nullptr);
+            android::BufferItem* item = itemOf(image);
+            const bool signalled = item->mFence->getStatus() == android::Fence::Status::Signaled;
+            EXPECT_EQ(signalled, mode[0] == 'a');
+            EXPECT_EQ(Clock::now() - queued >= kDelay, mode[0] == 'a');
+
+            android_ycbcr ycbcr{};
+            void* data = nullptr;
+            const android::status_t locked =
+                    ycbcrLock ? item->mGraphicBuffer->lockAsyncYCbCr(GRALLOC_USAGE_SW_READ_OFTEN,
+                                                                     &ycbcr, item->mFence->dup())
+                              : item->mGraphicBuffer->lockAsync(GRALLOC_USAGE_SW_READ_OFTEN, &data,
+                                                                item->mFence->dup());
+            EXPECT_EQ(locked, OK);
+            EXPECT_GE(Clock::now() - queued, kDelay);
+            EXPECT_EQ(item->mGraphicBuffer->unlock(), OK);
+            close(image);
+            camera.reset();
+            close(reader);
+        }
+    }
+}
+
+// Encoders plug in per format and replace the built-in ones; a frame that cannot be written is
+// cancelled, so the queue keeps no buffer of it.
+TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
+    jobject reader = newReader(64, 32, 0x23, 1);
+    jobject surface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
+    CameraSourceConfig config;
+    config.format = HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
+    config.width = 64;
+    config.height = 32;
+    std::unique_ptr<CameraSource> camera = CameraSource::connect(env, surface, config);
+    ASSERT_NE(camera, nullptr);
+    RgbPicture card = host::makeTestCard(64, 32);
+
+    EXPECT_EQ(camera->queueFrame(card, 1), android::BAD_VALUE);
+    EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
+
+    int calls = 0;
+    host::setCameraFrameEncoder(config.format, [&](const RgbPicture& p, GraphicBuffer& buffer) {
+        calls++;
+        EXPECT_EQ(p.width, 64u);
+        EXPECT_EQ(buffer.getPixelFormat(), config.format);
+        return OK;
+    });
+    EXPECT_EQ(camera->queueFrame(card, 2), OK);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(host::imageReaderSlotCounts(env, reader).queued, 1);
+    host::setCameraFrameEncoder(config.format, nullptr);
+    camera.reset();
+    close(reader);
+
+    // A JPEG that does not fit its BLOB buffer with the trailer is refused.
+    reader = newReader(200, 1, 0x100, 1);
+    config.format = HAL_PIXEL_FORMAT_BLOB;
+    config.width = 200;
+    config.height = 1;
+    camera = CameraSource::connect(
+            env, callObject(reader, "getSurface", "()Landroid/view/Surface;"), config);
+    ASSERT_NE(camera, nullptr);
+    EXPECT_EQ(camera->queueFrame(card, 3), android::BAD_VALUE);
+    EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
+    camera.reset();
+    close(reader);
+}
+
+}  // namespace
