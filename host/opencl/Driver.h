@@ -12,6 +12,7 @@
 #include <CL/cl_gl.h>
 #include <CL/cl_icd.h>
 #include <hostcontrol/FaultInjection.h>
+#include <ui/HostGrallocImport.h>
 
 #include <memory>
 
@@ -43,13 +44,9 @@ cl_int answer(const T& value, size_t size, void* out, size_t* sizeRet) {
     return answer(&value, sizeof(T), size, out, sizeRet);
 }
 
-// The gralloc memory an image is bound to: the driver's own shared mapping of the buffer's
-// descriptor, as a phone's driver imports the buffer.
-struct BufferMapping {
-    uint8_t* base = nullptr;
-    size_t size = 0;
-    ~BufferMapping();
-};
+// The gralloc memory an image is bound to: the driver's own import of the buffer, as a phone's
+// driver imports the buffer's dma-buf.
+using BufferMapping = host::GrallocImport;
 
 // What the driver knows of an image of a Qualcomm format. The cl_mem handed out is a PoCL object:
 // for compressed NV12 an RGBA image that the device decodes into before each kernel that reads

@@ -3,8 +3,6 @@
 
 #include <hardware/gralloc_qcom.h>
 #include <nativebase/nativebase.h>
-#include <sys/mman.h>
-#include <ui/HostCompressedNv12.h>
 
 #include <mutex>
 #include <unordered_map>
@@ -49,15 +47,11 @@ cl_int importNativeBuffer(cl_mem_flags flags, void* host_ptr, host::GrallocLayou
         return CL_INVALID_VALUE;
     }
     const auto* anb = static_cast<const ANativeWindowBuffer*>(record->anb_ptr);
-    if (anb == nullptr || !host::grallocLayoutOfHandle(anb->handle, layout)) {
-        return CL_INVALID_HOST_PTR;
-    }
-    void* base = mmap(nullptr, layout->size, PROT_READ | PROT_WRITE, MAP_SHARED,
-                      anb->handle->data[0], 0);
-    if (base == MAP_FAILED) return CL_OUT_OF_RESOURCES;
-    *mapping = std::make_shared<BufferMapping>();
-    (*mapping)->base = static_cast<uint8_t*>(base);
-    (*mapping)->size = layout->size;
+    std::unique_ptr<BufferMapping> imported =
+            anb != nullptr ? BufferMapping::map(anb->handle) : nullptr;
+    if (imported == nullptr) return CL_INVALID_HOST_PTR;
+    *layout = imported->layout();
+    *mapping = std::move(imported);
     return CL_SUCCESS;
 }
 
@@ -71,7 +65,7 @@ cl_mem planeImage(cl_context context, cl_mem_flags access, cl_image_format forma
     desc.image_height = height;
     desc.image_row_pitch = plane.strideBytes;
     return pocl().clCreateImage(context, access | CL_MEM_USE_HOST_PTR, &format, &desc,
-                                mapping.base + plane.offset, errcode_ret);
+                                mapping.base() + plane.offset, errcode_ret);
 }
 
 cl_mem createQcomImage(cl_context context, cl_mem_flags flags, const cl_image_format& format,
@@ -145,7 +139,7 @@ cl_mem createQcomImage(cl_context context, cl_mem_flags flags, const cl_image_fo
         image.decodeArgs[5] = static_cast<uint32_t>(l.planes[3].offset);
         image.decodeArgs[6] = l.planes[1].strideBytes;
         image.compressed = pocl().clCreateBuffer(context, CL_MEM_READ_ONLY | CL_MEM_USE_HOST_PTR,
-                                                 image.mapping->size, image.mapping->base, &status);
+                                                 layout.size, image.mapping->base(), &status);
         if (image.compressed == nullptr) return fail(errcode_ret, status);
         const cl_image_format rgba = {CL_RGBA, CL_UNORM_INT8};
         cl_image_desc rgbaDesc{};
@@ -189,10 +183,6 @@ cl_int releaseMem(cl_mem mem) {
 }
 
 }  // namespace
-
-BufferMapping::~BufferMapping() {
-    if (base != nullptr) munmap(base, size);
-}
 
 bool findQcomImage(cl_mem mem, QcomImage* out) {
     std::lock_guard<std::mutex> lock(gImagesLock);

@@ -123,8 +123,4 @@ std::vector<uint8_t> decodeCompressedNv12(const GrallocLayout& layout, const uin
     return out;
 }
 
-bool grallocLayoutOfHandle(const native_handle_t* handle, GrallocLayout* out) {
-    return handle != nullptr && grallocHandleLayout(handle, out);
-}
-
 }  // namespace host

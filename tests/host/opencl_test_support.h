@@ -28,7 +28,8 @@ struct ClDriver {
     X(clGetPlatformIDs)                                                                           \
     X(clGetDeviceIDs)                                                                             \
     X(clGetDeviceInfo)                                                                            \
-    X(clCreateContext) X(clReleaseContext) X(clCreateCommandQueue) X(clReleaseCommandQueue) X(    \
+    X(clCreateContext)                                                                            \
+    X(clReleaseContext) X(clCreateCommandQueue) X(clReleaseCommandQueue) X(                       \
             clCreateProgramWithSource) X(clBuildProgram) X(clReleaseProgram) X(clCreateKernel)    \
             X(clReleaseKernel) X(clSetKernelArg) X(clEnqueueNDRangeKernel) X(clFinish)            \
                     X(clCreateImage) X(clReleaseMemObject) X(clGetImageInfo) X(clCreateBuffer) X( \
@@ -122,7 +123,8 @@ inline Nv12Picture makePicture(uint32_t width, uint32_t height, bool smooth, uin
 inline android::sp<android::GraphicBuffer> compressedBuffer(const Nv12Picture& picture) {
     android::sp<android::GraphicBuffer> buffer = new android::GraphicBuffer(
             picture.width, picture.height, HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC, 1,
-            GRALLOC_USAGE_SW_WRITE_OFTEN | GRALLOC_USAGE_HW_TEXTURE, "test");
+            GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_SW_WRITE_OFTEN | GRALLOC_USAGE_HW_TEXTURE,
+            "test");
     EXPECT_EQ(buffer->initCheck(), android::NO_ERROR);
     EXPECT_TRUE(host::encodeCompressedNv12(*buffer, picture.bytes.data(), picture.width,
                                            picture.uv(), picture.chromaWidth()));

@@ -17,7 +17,6 @@
  */
 #pragma once
 
-#include <cutils/native_handle.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <ui/HostGrallocLayout.h>
@@ -57,9 +56,5 @@ bool encodeCompressedNv12(const android::GraphicBuffer& buffer, const uint8_t* y
 // (height + 1) / 2 rows of 2 x ((width + 1) / 2) Cb, Cr bytes. Empty for a layout that is not
 // compressed NV12.
 std::vector<uint8_t> decodeCompressedNv12(const GrallocLayout& layout, const uint8_t* base);
-
-// The layout recorded in a host gralloc native handle (as a vendor driver reads it when it
-// imports a buffer); false for any other handle.
-bool grallocLayoutOfHandle(const native_handle_t* handle, GrallocLayout* out);
 
 }  // namespace host
