@@ -7,6 +7,8 @@
 #include <hostmedia/ImageReaderState.h>
 #include <hostproperties/HostProperties.h>
 #include <ui/GraphicBufferMapper.h>
+#include <ui/HostCompressedNv12.h>
+#include <ui/HostGrallocGuard.h>
 
 #include <chrono>
 #include <cmath>
@@ -72,6 +74,26 @@ void expectYuv420(GraphicBuffer& buffer, const RgbPicture& p) {
     }
     EXPECT_EQ(bad, 0);
     EXPECT_EQ(buffer.unlock(), OK);
+}
+
+// Checks a compressed NV12 buffer through the CPU reference decoder.
+void expectCompressedNv12(GraphicBuffer& buffer, const RgbPicture& p) {
+    host::GrallocLayout layout;
+    ASSERT_TRUE(host::grallocLayoutOf(buffer, &layout));
+    const std::vector<uint8_t> nv12 =
+            host::decodeCompressedNv12(layout, host::readBufferMemory(buffer).data());
+    ASSERT_FALSE(nv12.empty());
+    const uint8_t* chroma = nv12.data() + size_t{p.width} * p.height;
+    int bad = 0;
+    for (uint32_t y = 0; y < p.height; y++) {
+        for (uint32_t x = 0; x < p.width; x++) {
+            const size_t c = (y / 2) * ((p.width + 1) / 2 * 2) + (x / 2) * 2;
+            bad += std::abs(nv12[size_t{y} * p.width + x] - expectedYcbcr(p, x, y, 0)) > 1;
+            bad += std::abs(chroma[c] - expectedYcbcr(p, x, y, 1)) > 1;
+            bad += std::abs(chroma[c + 1] - expectedYcbcr(p, x, y, 2)) > 1;
+        }
+    }
+    EXPECT_EQ(bad, 0);
 }
 
 // Checks P010 through the mapper's plane layouts: 10-bit samples in the high bits.
@@ -187,6 +209,7 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
             {0x23, HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS},
             {0x23, HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS},
             {0x22, HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED},
+            {0x22, HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC},
             {0x36, HAL_PIXEL_FORMAT_YCBCR_P010},
             {0x25, HAL_PIXEL_FORMAT_RAW10},
             {0x26, HAL_PIXEL_FORMAT_RAW12},
@@ -236,6 +259,9 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
                 case HAL_PIXEL_FORMAT_Y8:
                 case HAL_PIXEL_FORMAT_Y16:
                     expectSinglePlane(buffer, picture);
+                    break;
+                case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC:
+                    expectCompressedNv12(buffer, picture);
                     break;
                 case HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED:
                     break;  // opaque to its consumers
@@ -306,7 +332,7 @@ TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
     jobject reader = newReader(64, 32, 0x23, 1);
     jobject surface = callObject(reader, "getSurface", "()Landroid/view/Surface;");
     CameraSourceConfig config;
-    config.format = HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
+    config.format = HAL_PIXEL_FORMAT_RGB_565;  // no camera writes it: no built-in encoder
     config.width = 64;
     config.height = 32;
     std::unique_ptr<CameraSource> camera = CameraSource::connect(env, surface, config);
