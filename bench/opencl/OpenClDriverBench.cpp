@@ -24,17 +24,31 @@
 
 namespace {
 
-#define BENCH_CL_FUNCTIONS(X)                                                                    \
-    X(clGetPlatformIDs)                                                                          \
-    X(clGetDeviceIDs)                                                                            \
-    X(clCreateContext) X(clReleaseContext) X(clCreateCommandQueue) X(clReleaseCommandQueue)      \
-            X(clCreateProgramWithSource) X(clBuildProgram) X(clReleaseProgram) X(clCreateKernel) \
-                    X(clReleaseKernel) X(clSetKernelArg) X(clEnqueueNDRangeKernel) X(clFinish)   \
-                            X(clCreateImage) X(clReleaseMemObject) X(clCreateSampler)            \
-                                    X(clReleaseSampler)
-#define BENCH_CL_MEMBER(name) decltype(&::name) name;
+// The driver's entry points the benchmark calls.
 struct Cl {
-    BENCH_CL_FUNCTIONS(BENCH_CL_MEMBER)
+    void* handle;
+    explicit Cl(void* driver) : handle(driver) {}
+#define BENCH_CL_ENTRY(name) \
+    decltype(&::name) name = reinterpret_cast<decltype(&::name)>(dlsym(handle, #name))
+    BENCH_CL_ENTRY(clGetPlatformIDs);
+    BENCH_CL_ENTRY(clGetDeviceIDs);
+    BENCH_CL_ENTRY(clCreateContext);
+    BENCH_CL_ENTRY(clReleaseContext);
+    BENCH_CL_ENTRY(clCreateCommandQueue);
+    BENCH_CL_ENTRY(clReleaseCommandQueue);
+    BENCH_CL_ENTRY(clCreateProgramWithSource);
+    BENCH_CL_ENTRY(clBuildProgram);
+    BENCH_CL_ENTRY(clReleaseProgram);
+    BENCH_CL_ENTRY(clCreateKernel);
+    BENCH_CL_ENTRY(clReleaseKernel);
+    BENCH_CL_ENTRY(clSetKernelArg);
+    BENCH_CL_ENTRY(clEnqueueNDRangeKernel);
+    BENCH_CL_ENTRY(clFinish);
+    BENCH_CL_ENTRY(clCreateImage);
+    BENCH_CL_ENTRY(clReleaseMemObject);
+    BENCH_CL_ENTRY(clCreateSampler);
+    BENCH_CL_ENTRY(clReleaseSampler);
+#undef BENCH_CL_ENTRY
 };
 
 double millis(const std::function<void()>& step) {
@@ -170,9 +184,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "%s\n", dlerror());
         return 1;
     }
-    Cl cl;
-#define BENCH_CL_RESOLVE(name) cl.name = reinterpret_cast<decltype(&::name)>(dlsym(driver, #name));
-    BENCH_CL_FUNCTIONS(BENCH_CL_RESOLVE)
+    const Cl cl(driver);
     for (const char* pass : {"cold cache", "warm cache"}) {
         printf("-- %s\n", pass);
         benchFrame(cl, 1920, 1080, repetitions);

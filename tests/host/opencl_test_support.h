@@ -21,31 +21,48 @@
 
 namespace hosttest {
 
-// The entry points the tests call, resolved from one driver library.
+// The entry points the tests call, resolved from one driver library opened as the library opens
+// it.
 struct ClDriver {
-    void* handle = nullptr;
-#define HOSTTEST_CL_FUNCTIONS(X)                                                                  \
-    X(clGetPlatformIDs)                                                                           \
-    X(clGetDeviceIDs)                                                                             \
-    X(clGetDeviceInfo)                                                                            \
-    X(clCreateContext)                                                                            \
-    X(clReleaseContext) X(clCreateCommandQueue) X(clReleaseCommandQueue) X(                       \
-            clCreateProgramWithSource) X(clBuildProgram) X(clReleaseProgram) X(clCreateKernel)    \
-            X(clReleaseKernel) X(clSetKernelArg) X(clEnqueueNDRangeKernel) X(clFinish)            \
-                    X(clCreateImage) X(clReleaseMemObject) X(clGetImageInfo) X(clCreateBuffer) X( \
-                            clEnqueueReadBuffer) X(clEnqueueMapImage) X(clEnqueueUnmapMemObject)  \
-                            X(clCreateSampler) X(clReleaseSampler) X(clGetDeviceImageInfoQCOM)    \
-                                    X(clGetExtensionFunctionAddress) X(clCreateFromGLBuffer)      \
-                                            X(clGetGLContextInfoKHR) X(clGetProgramBuildInfo)
-#define HOSTTEST_CL_MEMBER(name) decltype(&::name) name = nullptr;
-    HOSTTEST_CL_FUNCTIONS(HOSTTEST_CL_MEMBER)
+    void* handle;
+    explicit ClDriver(const std::string& path)
+        : handle(dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL)) {}
 
-    explicit ClDriver(const std::string& path) {
-        handle = dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL);  // as the library opens it
-#define HOSTTEST_CL_RESOLVE(name) \
-    name = handle ? reinterpret_cast<decltype(&::name)>(dlsym(handle, #name)) : nullptr;
-        HOSTTEST_CL_FUNCTIONS(HOSTTEST_CL_RESOLVE)
+    template <typename F>
+    F resolve(const char* name) const {
+        return handle != nullptr ? reinterpret_cast<F>(dlsym(handle, name)) : nullptr;
     }
+#define HOSTTEST_CL_ENTRY(name) decltype(&::name) name = resolve<decltype(&::name)>(#name)
+    HOSTTEST_CL_ENTRY(clGetPlatformIDs);
+    HOSTTEST_CL_ENTRY(clGetDeviceIDs);
+    HOSTTEST_CL_ENTRY(clGetDeviceInfo);
+    HOSTTEST_CL_ENTRY(clCreateContext);
+    HOSTTEST_CL_ENTRY(clReleaseContext);
+    HOSTTEST_CL_ENTRY(clCreateCommandQueue);
+    HOSTTEST_CL_ENTRY(clReleaseCommandQueue);
+    HOSTTEST_CL_ENTRY(clCreateProgramWithSource);
+    HOSTTEST_CL_ENTRY(clBuildProgram);
+    HOSTTEST_CL_ENTRY(clReleaseProgram);
+    HOSTTEST_CL_ENTRY(clCreateKernel);
+    HOSTTEST_CL_ENTRY(clReleaseKernel);
+    HOSTTEST_CL_ENTRY(clSetKernelArg);
+    HOSTTEST_CL_ENTRY(clEnqueueNDRangeKernel);
+    HOSTTEST_CL_ENTRY(clFinish);
+    HOSTTEST_CL_ENTRY(clCreateImage);
+    HOSTTEST_CL_ENTRY(clReleaseMemObject);
+    HOSTTEST_CL_ENTRY(clGetImageInfo);
+    HOSTTEST_CL_ENTRY(clCreateBuffer);
+    HOSTTEST_CL_ENTRY(clEnqueueReadBuffer);
+    HOSTTEST_CL_ENTRY(clEnqueueMapImage);
+    HOSTTEST_CL_ENTRY(clEnqueueUnmapMemObject);
+    HOSTTEST_CL_ENTRY(clCreateSampler);
+    HOSTTEST_CL_ENTRY(clReleaseSampler);
+    HOSTTEST_CL_ENTRY(clGetDeviceImageInfoQCOM);
+    HOSTTEST_CL_ENTRY(clGetExtensionFunctionAddress);
+    HOSTTEST_CL_ENTRY(clCreateFromGLBuffer);
+    HOSTTEST_CL_ENTRY(clGetGLContextInfoKHR);
+    HOSTTEST_CL_ENTRY(clGetProgramBuildInfo);
+#undef HOSTTEST_CL_ENTRY
 };
 
 inline const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
