@@ -12,6 +12,14 @@ set(NUVRA_LIBRARY_SOURCES
     surface/SurfaceGeometry.cpp
     surface/PixelConversion.cpp
     surface/FrameProducer.cpp
+    surface/ImageLocking.cpp
+    surface/P010PlaneLayout.cpp
+    surface/JpegSize.cpp
+    surface/ImageToByteBuffer.cpp
+    surface/FlexibleToNV21.cpp
+    surface/YuvPlaneWriter.cpp
+    surface/Yuv420Producer.cpp
+    surface/HardwareBufferProducer.cpp
     surface/PendingOperations.cpp
 )
 # The vendor is fixed in PlatformUtil alone; the other units ask it at run time, so their objects

@@ -6,7 +6,9 @@
 //
 // It queries a Surface, configures one as a camera producer, then produces a picture (a drawn
 // test card, or the PNG given) into Surfaces of every supported buffer format and writes what
-// each consumer received as a PNG preview into DIR (default: nuvra-demo-out).
+// each consumer received as a PNG preview into DIR (default: nuvra-demo-out). Then the host
+// camera queues the picture into ImageReaders of every camera format and the library reads each
+// image back (CameraPipeline.cpp).
 
 #include <android_runtime/android_view_Surface.h>
 #include <gui/BufferItem.h>
@@ -28,6 +30,7 @@
 #include <functional>
 #include <string>
 
+#include "CameraPipeline.h"
 #include "DemoImages.h"
 #include "surface/SurfaceNativeUtil.h"
 
@@ -324,6 +327,8 @@ int main(int argc, char** argv) {
     demoQueries();
     demoConfiguration();
     demoProduction(picture, outDir);
+    host::setProperty("log.tag.VANTORA_CAMERA", "D");
+    demoCameraPipeline(gEnv, gUtil, picture, outDir, step);
     printf("\nPreviews are in %s/\n", outDir.c_str());
     return 0;
 }

@@ -11,6 +11,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev libyuv-dev libpng-dev
     opencl-headers ocl-icd-opencl-dev pocl-opencl-icd libjpeg62-turbo-dev
     g++-aarch64-linux-gnu qemu-user binutils
+    clang libclang-rt-dev
 )
 
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the default (Qualcomm) build with the K.ORB and MT library variants,
-# the same under AddressSanitizer + UndefinedBehaviorSanitizer, and the arm64 kernels under
-# qemu-aarch64. Installs what is missing first.
+# the same under AddressSanitizer + UndefinedBehaviorSanitizer, the arm64 kernels under
+# qemu-aarch64, and every libFuzzer target (fuzz/) for a bounded time. Installs what is missing
+# first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -26,4 +27,21 @@ if [ -f scripts/test-aarch64.sh ]; then
     echo "== arm64 kernels under qemu-aarch64"
     bash scripts/test-aarch64.sh
 fi
+echo "== fuzz targets (clang, libFuzzer with ASan + UBSan)"
+# A clang build of the fuzz targets alone; each runs for NUVRA_FUZZ_SECONDS on the corpus it has
+# grown in earlier runs. Crash inputs are written into build-fuzz/.
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DNUVRA_BUILD_FUZZ=ON >/dev/null
+cmake --build build-fuzz --target nuvra_fuzzers -j"$jobs"
+for target in build-fuzz/bin/fuzz_*; do
+    name="$(basename "$target")"
+    mkdir -p "build-fuzz/corpus/$name"
+    if ! "$target" -max_total_time="${NUVRA_FUZZ_SECONDS:-20}" -artifact_prefix=build-fuzz/ \
+        "build-fuzz/corpus/$name" >"build-fuzz/$name.log" 2>&1; then
+        tail -n 60 "build-fuzz/$name.log"
+        echo "fuzz: $name failed (input saved in build-fuzz/)" >&2
+        exit 1
+    fi
+    echo "$name: $(grep -E '^Done' "build-fuzz/$name.log")"
+done
 echo "== all test configurations passed"

@@ -9,6 +9,8 @@
 #include <set>
 #include <string>
 
+#include <gui/BufferItem.h>
+
 #include "LibraryTestSupport.h"
 #include "testsupport/JniTest.h"
 
@@ -61,6 +63,17 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
         std::string line;  // "P text"
     };
     JNIEnv* e = env;
+    // The image operations get an image over a small BLOB buffer and a buffer to copy it into.
+    android::BufferItem item;
+    item.mGraphicBuffer = new android::GraphicBuffer(64, 1, HAL_PIXEL_FORMAT_BLOB, 1,
+                                                     GRALLOC_USAGE_SW_READ_OFTEN, "test");
+    item.mFence = android::Fence::NO_FENCE;
+    jclass imageClass = env->FindClass("android/media/ImageReader$SurfaceImage");
+    jobject image = env->AllocObject(imageClass);
+    env->SetLongField(image, env->GetFieldID(imageClass, "mNativeBuffer", "J"),
+                      reinterpret_cast<jlong>(&item));
+    uint8_t copy[64];
+    jobject bytes = env->NewDirectByteBuffer(copy, sizeof(copy));
     const Slot slots[] = {
             {2,
              [&] {
@@ -100,28 +113,28 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
              },
              "2 nativeSetSurfaceOrientation"},
             {8, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*)>(8, e); },
-             "6 nativeGetJpegFooterSize: not available in this build yet"},
+             "2 nativeGetJpegFooterSize"},
             {9,
              [&] {
+                 jobjectArray planes =
+                         e->NewObjectArray(0, e->FindClass("java/lang/Object"), nullptr);
                  callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobjectArray, jobject, int, int,
-                                  jintArray, jintArray)>(9, e, nullptr, nullptr, 1, 1, nullptr,
-                                                         nullptr);
+                                  jintArray, jintArray)>(9, e, planes, nullptr, 1, 1,
+                                                         e->NewIntArray(0), e->NewIntArray(0));
              },
-             "6 nativeConvertFlexibleToNV21: not available in this build yet"},
+             "6 nativeConvertFlexibleToNV21: YUV_422_888 should have 3 planes."},
             {10,
              [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(10, e, nullptr); },
              "2 nativeCreatePrivateSurface"},
             {11, [&] { callSlot<ObjIntFn>(11, e, nullptr, 1); },
              "6 nativeSetScalingMode: Could not retrieve native window from surface."},
-            {12, [&] { callSlot<jlong (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(12, e, nullptr); },
-             "6 nativeGetNativeContext: not available in this build yet"},
-            {13, [&] { callSlot<ObjFn>(13, e, nullptr); },
-             "6 nativeGetJpegSize: not available in this build yet"},
-            {14,
-             [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(14, e, nullptr); },
-             "6 nativeGetBufferfromImage: not available in this build yet"},
-            {15, [&] { callSlot<ObjObjFn>(15, e, nullptr, nullptr); },
-             "6 nativePutByteBufferFromImage: not available in this build yet"},
+            {12, [&] { callSlot<jlong (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(12, e, image); },
+             "2 getNativeContext"},
+            {13, [&] { callSlot<ObjFn>(13, e, image); }, "2 Image_getJpegSize"},
+            {14, [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(14, e, image); },
+             "2 nativeGetBufferfromImage"},
+            {15, [&] { callSlot<ObjObjFn>(15, e, image, bytes); },
+             "2 nativePutByteBufferFromImage"},
             {16, [&] { callSlot<ObjObjFn>(16, e, nullptr, nullptr); },
              "6 nativePutByteBufferFromSurface: not available in this build yet"},
             {17, [&] { callSlot<ObjFn>(17, e, nullptr); },
@@ -147,8 +160,7 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
                                                                                 jlong{1});
              },
              "6 nativeSetDequeueTimeout: Could not retrieve surface."},
-            {23, [&] { callSlot<ObjFn>(23, e, nullptr); },
-             "6 nativeGetDataSpaceFromImage: not available in this build yet"},
+            {23, [&] { callSlot<ObjFn>(23, e, image); }, "2 nativeGetDataSpaceFromImage"},
             {24, [&] { callSlot<ObjIntFn>(24, e, nullptr, 1); },
              "6 nativeSetDataSpaceToSurface: Could not retrieve native window from surface."},
             {25,

@@ -10,6 +10,9 @@
 #include <testsupport/TestSurface.h>
 #include <ui/GraphicBuffer.h>
 
+#include <hostcontrol/LogCapture.h>
+
+#include <algorithm>
 #include <optional>
 #include <string>
 
@@ -55,6 +58,19 @@ inline void expectPendingException(JNIEnv* env, const std::string& className,
 inline void expectNoPendingException(JNIEnv* env) {
     std::optional<JavaException> e = takePendingException(env);
     EXPECT_FALSE(e.has_value()) << describe(*e);
+}
+
+// Whether `buffer` was still locked, unlocking it: the gralloc complains (tag "Gralloc4") about
+// the unlock of a buffer that is not locked, and only then.
+inline bool wasLeftLocked(const android::sp<android::GraphicBuffer>& buffer) {
+    auto complaints = [] {
+        const std::vector<host::LogLine> lines = host::capturedLogs();
+        return std::count_if(lines.begin(), lines.end(),
+                             [](const host::LogLine& l) { return l.tag == "Gralloc4"; });
+    };
+    const auto before = complaints();
+    buffer->unlock();
+    return complaints() == before;
 }
 
 // "<prefix> <strerror(-err)> (<err>)<end>", the platform-error ending of the library's lines.
