@@ -4,6 +4,7 @@
 #include <hostcamera/CameraFrames.h>
 #include <log/log.h>
 #include <system/graphics.h>
+#include <ui/HostCompressedNv12.h>
 #include <ui/HostGrallocLayout.h>
 
 #include <cstring>
@@ -102,6 +103,19 @@ status_t encodeSemiPlanar(const RgbPicture& p, GraphicBuffer& buffer, const Gral
         putSample(&packed, cbFirst ? yuv.cr[i] : yuv.cb[i], depth);
     }
     return writePlanes(buffer, packed);
+}
+
+// Compressed NV12 (0x7FA30C06): the NV12 picture through the host's compressor.
+status_t encodeCompressed(const RgbPicture& p, GraphicBuffer& buffer) {
+    const Ycbcr420 yuv = toYcbcr420(p);
+    std::vector<uint8_t> uv;
+    for (size_t i = 0; i < yuv.cb.size(); i++) {
+        uv.push_back(yuv.cb[i]);
+        uv.push_back(yuv.cr[i]);
+    }
+    return encodeCompressedNv12(buffer, yuv.y.data(), yuv.width, uv.data(), 2 * yuv.chromaWidth)
+                   ? OK
+                   : BAD_VALUE;
 }
 
 status_t encodeYv12(const RgbPicture& p, GraphicBuffer& buffer, const GrallocLayout& l) {
@@ -243,6 +257,8 @@ status_t encodeCameraFrame(const RgbPicture& picture, GraphicBuffer& buffer, int
             return encodeSemiPlanar(picture, buffer, layout, Depth::k16);
         case HAL_PIXEL_FORMAT_YV12:
             return encodeYv12(picture, buffer, layout);
+        case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC:
+            return encodeCompressed(picture, buffer);
         case HAL_PIXEL_FORMAT_YCRCB_420_SP:
         case PIXEL_FORMAT_YCrCb_420_SP_M:
         case HAL_PIXEL_FORMAT_YCBCR_420_888:

@@ -7,6 +7,8 @@
 #include <hostmedia/ImageReaderState.h>
 #include <hostproperties/HostProperties.h>
 #include <ui/GraphicBufferMapper.h>
+#include <ui/HostCompressedNv12.h>
+#include <ui/HostGrallocGuard.h>
 
 #include <chrono>
 #include <cmath>
@@ -76,6 +78,26 @@ void expectYuv420(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
     }
     EXPECT_EQ(bad, 0);
     EXPECT_EQ(buffer.unlock(), OK);
+}
+
+// Checks a compressed NV12 buffer through the CPU reference decoder.
+void expectCompressedNv12(GraphicBuffer& buffer, const RgbPicture& p) {
+    host::GrallocLayout layout;
+    ASSERT_TRUE(host::grallocLayoutOf(buffer, &layout));
+    const std::vector<uint8_t> nv12 =
+            host::decodeCompressedNv12(layout, host::readBufferMemory(buffer).data());
+    ASSERT_FALSE(nv12.empty());
+    const uint8_t* chroma = nv12.data() + size_t{p.width} * p.height;
+    int bad = 0;
+    for (uint32_t y = 0; y < p.height; y++) {
+        for (uint32_t x = 0; x < p.width; x++) {
+            const size_t c = (y / 2) * ((p.width + 1) / 2 * 2) + (x / 2) * 2;
+            bad += std::abs(nv12[size_t{y} * p.width + x] - expectedYcbcr(p, x, y, 0)) > 1;
+            bad += std::abs(chroma[c] - expectedYcbcr(p, x, y, 1)) > 1;
+            bad += std::abs(chroma[c + 1] - expectedYcbcr(p, x, y, 2)) > 1;
+        }
+    }
+    EXPECT_EQ(bad, 0);
 }
 
 // Checks P010 through the mapper's plane layouts: 10-bit samples in the high bits.
@@ -206,6 +228,7 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
             {0x23, HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS},
             {0x23, HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS},
             {0x22, HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED},
+            {0x22, HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC},
             {0x36, HAL_PIXEL_FORMAT_YCBCR_P010},
             {0x25, HAL_PIXEL_FORMAT_RAW10},
             {0x26, HAL_PIXEL_FORMAT_RAW12},
@@ -250,6 +273,9 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
                 case HAL_PIXEL_FORMAT_Y8:
                 case HAL_PIXEL_FORMAT_Y16:
                     expectSinglePlane(buffer, picture);
+                    break;
+                case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC:
+                    expectCompressedNv12(buffer, picture);
                     break;
                 case HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED:
                     break;  // opaque to its consumers
@@ -308,9 +334,10 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
 // Encoders plug in per format and replace the built-in ones; a frame that cannot be written is
 // cancelled, so the queue keeps no buffer of it.
 TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
-    constexpr int32_t kUbwc = HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
+    constexpr int32_t kRgb565 = HAL_PIXEL_FORMAT_RGB_565;
     jobject reader = newReader(64, 32, 0x23, 1);
-    std::unique_ptr<CameraSource> camera = connectCamera(reader, kUbwc, 64, 32);
+    // No camera writes RGB_565: it has no built-in encoder.
+    std::unique_ptr<CameraSource> camera = connectCamera(reader, kRgb565, 64, 32);
     ASSERT_NE(camera, nullptr);
     RgbPicture card = host::makeTestCard(64, 32);
 
@@ -318,16 +345,16 @@ TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
 
     int calls = 0;
-    host::setCameraFrameEncoder(kUbwc, [&](const RgbPicture& p, GraphicBuffer& buffer) {
+    host::setCameraFrameEncoder(kRgb565, [&](const RgbPicture& p, GraphicBuffer& buffer) {
         calls++;
         EXPECT_EQ(p.width, 64u);
-        EXPECT_EQ(buffer.getPixelFormat(), kUbwc);
+        EXPECT_EQ(buffer.getPixelFormat(), kRgb565);
         return OK;
     });
     EXPECT_EQ(camera->queueFrame(card, 2), OK);
     EXPECT_EQ(calls, 1);
     EXPECT_EQ(host::imageReaderSlotCounts(env, reader).queued, 1);
-    host::setCameraFrameEncoder(kUbwc, nullptr);
+    host::setCameraFrameEncoder(kRgb565, nullptr);
     camera.reset();
     close(reader);
 

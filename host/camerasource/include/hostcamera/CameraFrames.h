@@ -12,6 +12,8 @@
  *   YCBCR_P010 0x36, YCbCr_420_SP_16BIT 0x127
  *       the same samples widened to 10 bits (v * 1023 / 255, rounded) in the high bits of
  *       16-bit words (P010), or to 16 bits (v * 257) for 0x127
+ *   UBWC NV12 0x7FA30C06
+ *       the same 8-bit samples in NV12 order, compressed (<ui/HostCompressedNv12.h>)
  *   Y8 the luma alone; Y16 the luma widened to 16 bits (v * 257)
  *   RAW16, RAW10, RAW12
  *       an RGGB Bayer mosaic (R at even rows and columns, B at odd ones) of 10-bit (RAW16,
