@@ -141,13 +141,14 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
              "6 nativeConnectSurface: Could not retrieve surface."},
             {18, [&] { callSlot<ObjFn>(18, e, nullptr); }, "2 nativeDisconnectSurface"},
             {19, [&] { callSlot<ObjObjFn>(19, e, nullptr, nullptr); },
-             "6 nativeProduceFrameWithYuv420: not available in this build yet"},
+             "6 nativeProduceFrameWithYuv420: Could not retrieve native window from surface."},
             {20,
              [&] {
                  callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int,
                                   int)>(20, e, nullptr, nullptr, 1, 1, 1, 1);
              },
-             "6 nativeProduceFrameWithNV21FromBuffer: not available in this build yet"},
+             "6 nativeProduceFrameWithNV21FromBuffer: Could not retrieve native window from "
+             "surface."},
             {21,
              [&] {
                  callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(21, e, nullptr,
@@ -176,7 +177,7 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
             {28, [&] { callSlot<jlong (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(28, e, nullptr); },
              "6 nativeDetectSurfaceUsageFlags: Could not retrieve native window from surface."},
             {29, [&] { callSlot<ObjObjFn>(29, e, nullptr, nullptr); },
-             "6 nativeProduceFrameToHardwareBuffer: not available in this build yet"},
+             "5 nativeProduceFrameToHardwareBuffer: HardwareBuffer already released!!!"},
     };
     for (const Slot& slot : slots) {
         host::clearCapturedLogs();
