@@ -1,5 +1,6 @@
-# libnuvranativeutil.so. Only SurfaceNativeUtil_Get and SurfaceNativeUtil_GetVersion are
-# exported; everything else, the statically linked kernels included, stays hidden.
+# libnuvranativeutil.so. Only SurfaceNativeUtil_Get, SurfaceNativeUtil_GetVersion and the OpenCL
+# function table (wrapper::cl*) are exported; everything else, the statically linked kernels
+# included, stays hidden.
 # The main unit's file comes first and each unit's static initialisers follow in this order at
 # load: SurfaceNativeUtilImpl, PlatformUtil, qcom/FormatConverter, clWrapper. Only the first file of
 # each unit defines statics with initialisers.
@@ -20,12 +21,20 @@ set(NUVRA_LIBRARY_SOURCES
     surface/YuvPlaneWriter.cpp
     surface/Yuv420Producer.cpp
     surface/HardwareBufferProducer.cpp
-    surface/PendingOperations.cpp
+    surface/SurfaceToByteBuffer.cpp
 )
 # The vendor is fixed in PlatformUtil alone; the other units ask it at run time, so their objects
 # are compiled once and shared by the vendor variants below.
 set(NUVRA_VENDOR_SOURCES
     platform/PlatformUtil.cpp
+)
+
+# The GPU converter's units: qcom/FormatConverter (with its buffer allocator) and clWrapper, in
+# that order after PlatformUtil.
+set(NUVRA_GPU_SOURCES
+    qcom/FormatConverter.cpp
+    qcom/GraphicBufferAllocator.cpp
+    opencl/clWrapper.cpp
 )
 
 add_library(nuvra_library_objects OBJECT ${NUVRA_LIBRARY_SOURCES})
@@ -34,9 +43,18 @@ set_target_properties(nuvra_library_objects PROPERTIES
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
 target_link_libraries(nuvra_library_objects PRIVATE
-    nuvra_kernels gui ui camera_client android_runtime properties
+    nuvra_kernels gui ui camera_client android_runtime properties opencl_headers
     android::utils android::cutils android::log java::jni)
 nuvra_strict_warnings(nuvra_library_objects)
+
+add_library(nuvra_gpu_objects OBJECT ${NUVRA_GPU_SOURCES})
+target_include_directories(nuvra_gpu_objects PRIVATE ${CMAKE_SOURCE_DIR})
+set_target_properties(nuvra_gpu_objects PROPERTIES
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+target_link_libraries(nuvra_gpu_objects PRIVATE
+    ui vndksupport opencl_headers android::utils android::cutils android::log)
+nuvra_strict_warnings(nuvra_gpu_objects)
 
 # Builds libnuvranativeutil.so for one vendor into `outputDir`. The linker lays the units'
 # initialisers out in the order of the objects on its command line, so the vendor's objects are
@@ -54,7 +72,7 @@ function(nuvra_add_library target vendor outputDir)
     nuvra_strict_warnings(${target}_vendor_objects)
 
     add_library(${target} SHARED $<TARGET_OBJECTS:nuvra_library_objects>
-                $<TARGET_OBJECTS:${target}_vendor_objects>)
+                $<TARGET_OBJECTS:${target}_vendor_objects> $<TARGET_OBJECTS:nuvra_gpu_objects>)
     target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR})
     target_compile_definitions(${target} PRIVATE NUVRA_VENDOR_${vendor}=1)
     set_target_properties(${target} PROPERTIES
@@ -68,7 +86,7 @@ function(nuvra_add_library target vendor outputDir)
         ${CMAKE_SOURCE_DIR}/surface/libnuvranativeutil.map.txt)
     target_link_libraries(${target} PRIVATE
         nuvra_kernels
-        gui ui camera_client android_runtime properties
+        gui ui camera_client android_runtime properties vndksupport
         android::utils android::cutils android::log java::jni ${CMAKE_DL_LIBS})
     nuvra_strict_warnings(${target})
 endfunction()

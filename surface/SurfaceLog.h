@@ -24,5 +24,6 @@ static inline bool isLoggable(int prio) {
     } while (0)
 #define NLOGV(...) NLOG(ANDROID_LOG_VERBOSE, __VA_ARGS__)
 #define NLOGD(...) NLOG(ANDROID_LOG_DEBUG, __VA_ARGS__)
+#define NLOGI(...) NLOG(ANDROID_LOG_INFO, __VA_ARGS__)
 #define NLOGW(...) NLOG(ANDROID_LOG_WARN, __VA_ARGS__)
 #define NLOGE(...) NLOG(ANDROID_LOG_ERROR, __VA_ARGS__)

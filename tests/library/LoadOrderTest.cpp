@@ -60,9 +60,11 @@ TEST_F(LoadOrderTest, MainUnitIsInitialisedBeforePlatformUtil) {
     gRecording = false;
     ASSERT_NE(library, nullptr) << dlerror();
 
-    // SurfaceNativeUtilImpl: its reader, then the object; then PlatformUtil's reader.
+    // SurfaceNativeUtilImpl: its reader, then the object; then the readers of PlatformUtil,
+    // qcom/FormatConverter and clWrapper.
     const std::vector<std::string> expected = {
-            "property reader opened", "SurfaceNativeUtil created.", "property reader opened"};
+            "property reader opened", "SurfaceNativeUtil created.", "property reader opened",
+            "property reader opened", "property reader opened"};
     EXPECT_EQ(expected, gEvents);
 
     auto get = reinterpret_cast<SurfaceNativeUtil* (*)()>(dlsym(library, "SurfaceNativeUtil_Get"));

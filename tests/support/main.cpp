@@ -57,7 +57,9 @@ extern "C" __attribute__((visibility("default"), used)) const char* __asan_defau
 extern "C" __attribute__((visibility("default"), used)) const char* __lsan_default_suppressions() {
     return "leak:libjvm.so\n"
            "leak:/usr/lib/jvm/*\n"
-           "leak:libz.so.1\n";
+           "leak:libz.so.1\n"
+           // PoCL and its compiler keep process-lifetime state (the GPU path's tests).
+           "leak:libpocl.so\nleak:libLLVM-15.so\nleak:libclang-cpp.so\nleak:libhwloc.so\n";
 }
 
 // The suppressions are expected; listing them after every run is noise.

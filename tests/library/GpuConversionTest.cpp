@@ -1,0 +1,353 @@
+// The library's GPU path on the host's Qualcomm-style OpenCL driver: the run-time loader
+// (wrapper::loadOpenCl and its aborts), the graphic buffer allocator, and the format converter of
+// compressed NV12 frames, compared byte for byte with a CPU computation of the kernel's contract.
+// White-box: the units are compiled into this test.
+
+#include <android/log.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <hostcontrol/FaultInjection.h>
+#include <hostcontrol/LogCapture.h>
+#include <hostopencl/HostOpenCl.h>
+#include <hostproperties/HostProperties.h>
+#include <hostvndksupport/SphalNamespace.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "opencl/clWrapper.h"
+#include "opencl_test_support.h"
+#include "qcom/FormatConverter.h"
+#include "qcom/GraphicBufferAllocator.h"
+
+// The application's default linker namespace: on a device it does not see the vendor's or the
+// system's OpenCL library by a bare name, and it finds "libOpenCL_system.so" among the system
+// libraries. On Debian a bare "libOpenCL.so" would reach the ICD loader's development link, so
+// this test's dlopen answers bare names as the app's namespace does and forwards everything else.
+namespace {
+bool gSystemLibraryVisible = false;
+}  // namespace
+
+extern "C" void* dlopen(const char* name, int flags) {
+    using DlopenFn = void* (*)(const char*, int);
+    static const DlopenFn real = reinterpret_cast<DlopenFn>(dlsym(RTLD_NEXT, "dlopen"));
+    if (name != nullptr && strcmp(name, "libOpenCL.so") == 0) return nullptr;
+    if (name != nullptr && strcmp(name, "libOpenCL_system.so") == 0) {
+        if (!gSystemLibraryVisible) return nullptr;
+        return real(HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so", flags);
+    }
+    return real(name, flags);
+}
+
+namespace nuvra::test {
+namespace {
+
+using android::GraphicBuffer;
+using android::sp;
+
+constexpr const char* kClTag = "NuvraCLWrapper";
+constexpr const char* kConvTag = "NuvraFormatConv";
+constexpr int kCompressed = 0x7FA30C06;
+
+std::vector<std::string> lines(const char* tag) {
+    std::vector<std::string> out;
+    for (const host::LogLine& l : host::capturedLogs()) {
+        if (l.tag == tag) out.push_back(std::to_string(l.priority) + " " + l.text);
+    }
+    return out;
+}
+
+// The error line of a failed OpenCL call, without the source path in front.
+std::string clError(int line, const char* call, const char* status, int code) {
+    return "[" + std::to_string(line) + "] : " + call + " error, " + status + "(" +
+           std::to_string(code) + ")";
+}
+
+bool logged(const std::string& line) {
+    const std::vector<std::string> all = lines(kConvTag);
+    return std::find(all.begin(), all.end(), line) != all.end();
+}
+
+bool hasErrorLine(const std::string& tail) {
+    for (const std::string& l : lines(kConvTag)) {
+        if (l.rfind("6 ", 0) == 0 &&
+            l.find("qcom/FormatConverter.cpp" + tail) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+class GpuTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        host::resetFaultsAndCalls();
+        host::clearCapturedLogs();
+        host::clearProperty("log.tag.VANTORA_CAMERA");
+        mSaved = host::sphalSearchPath();
+        host::setSphalSearchPath({HOST_OPENCL_VENDOR_DIR});
+        gSystemLibraryVisible = false;
+    }
+    void TearDown() override {
+        wrapper::unloadOpenCl();
+        host::setSphalSearchPath(mSaved);
+        host::resetFaultsAndCalls();
+    }
+
+private:
+    std::vector<std::string> mSaved;
+};
+
+// ---- the loader ----
+
+TEST_F(GpuTest, LoaderOpensTheVendorLibraryAndUnloadsOnce) {
+    host::setProperty("log.tag.VANTORA_CAMERA", "I");
+    wrapper::unloadOpenCl();  // without a load: nothing
+    wrapper::loadOpenCl();
+    EXPECT_EQ(lines(kClTag), std::vector<std::string>{"4 OpenCL loaded."});
+    ASSERT_NE(wrapper::libopencl, nullptr);
+    cl_uint platforms = 0;
+    EXPECT_EQ(wrapper::clGetPlatformIDs(0, nullptr, &platforms), CL_SUCCESS);
+    EXPECT_EQ(platforms, 1u);
+    EXPECT_NE(wrapper::clGetDeviceImageInfoQCOM, nullptr);
+    wrapper::unloadOpenCl();
+    EXPECT_EQ(wrapper::libopencl, nullptr);
+    wrapper::unloadOpenCl();  // twice: nothing
+    // The pointers are left as they were.
+    EXPECT_NE(wrapper::clGetPlatformIDs, nullptr);
+
+    // The warnings and the info line follow the gate.
+    host::clearCapturedLogs();
+    host::setProperty("log.tag.VANTORA_CAMERA", "W");
+    wrapper::loadOpenCl();
+    EXPECT_TRUE(lines(kClTag).empty());
+}
+
+TEST_F(GpuTest, LoaderFallsBackToTheSystemLibraryInOrder) {
+    host::setSphalSearchPath({"/nonexistent-vendor"});
+    gSystemLibraryVisible = true;
+    wrapper::loadOpenCl();
+    EXPECT_EQ(lines(kClTag), (std::vector<std::string>{
+                                     "5 Unable to load libOpenCL.so from sphal",
+                                     "5 Unable to load libOpenCL.so from default",
+                                     "5 Unable to load libOpenCL_system.so from sphal",
+                                     "4 OpenCL loaded.",
+                             }));
+    EXPECT_NE(wrapper::libopencl, nullptr);
+}
+
+TEST_F(GpuTest, LoaderAbortsWithoutALibraryOrAnEntryPoint) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    host::setSphalSearchPath({"/nonexistent-vendor"});
+    EXPECT_DEATH(wrapper::loadOpenCl(), "Unable to load OpenCL\\.");
+    host::setSphalSearchPath({HOST_OPENCL_VARIANTS_DIR "/no-clGetPlatformIDs"});
+    EXPECT_DEATH(wrapper::loadOpenCl(), "Fail to find symbol clGetPlatformIDs");
+    host::setSphalSearchPath({HOST_OPENCL_VARIANTS_DIR "/no-clGetDeviceImageInfoQCOM"});
+    EXPECT_DEATH(wrapper::loadOpenCl(), "Fail to find symbol clGetDeviceImageInfoQCOM");
+}
+
+// ---- the graphic buffer allocator ----
+
+TEST_F(GpuTest, AllocatorMakesAVenusNv21BufferAndItsRecord) {
+    sp<GraphicBuffer> buffer = new GraphicBuffer(8, 8, HAL_PIXEL_FORMAT_RGBA_8888, 1, 3, "old");
+    cl_mem_android_native_buffer_host_ptr record{};
+    ASSERT_TRUE(vantora::GraphicBufferAllocator::allocateGraphicBuffer(buffer, record, 64, 30));
+    EXPECT_EQ(buffer->getPixelFormat(), 0x114);
+    EXPECT_EQ(buffer->getUsage(), 0x333u);
+    EXPECT_EQ(record.ext_host_ptr.allocation_type, 0x40C6u);
+    EXPECT_EQ(record.ext_host_ptr.host_cache_policy, 0x40A5u);
+    EXPECT_EQ(record.anb_ptr, buffer->getNativeBuffer());
+
+    // A zero size is refused: the record stays untouched, the pointer holds the unusable buffer.
+    cl_mem_android_native_buffer_host_ptr untouched{};
+    EXPECT_FALSE(vantora::GraphicBufferAllocator::allocateGraphicBuffer(buffer, untouched, 0, 30));
+    EXPECT_EQ(untouched.anb_ptr, nullptr);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(buffer->handle, nullptr);  // a failed reallocation leaves no handle
+    EXPECT_EQ(lines(kConvTag), std::vector<std::string>{"6 allocateGraphicBuffer: graphic buffer "
+                                                        "init fail"});
+}
+
+// ---- the converter ----
+
+// NV21 as the kernel's contract gives it: luma of every whole 2x2 block, and the Cr, Cb of each
+// block's top-left pixel; the last odd column and row are left as `dst` held them.
+void expectConverted(const hosttest::Nv12Picture& p, const std::vector<uint8_t>& dst) {
+    const uint32_t w = p.width, h = p.height, bw = w / 2 * 2, bh = h / 2 * 2;
+    size_t lumaMismatches = 0, chromaMismatches = 0;
+    for (uint32_t r = 0; r < bh; ++r) {
+        for (uint32_t x = 0; x < bw; ++x) lumaMismatches += dst[size_t{r} * w + x] != p.y(x, r);
+    }
+    const uint8_t* vu = dst.data() + size_t{w} * h;
+    for (uint32_t r = 0; r < h / 2; ++r) {
+        for (uint32_t k = 0; k < w / 2; ++k) {
+            chromaMismatches += vu[size_t{r} * w + 2 * k] != p.cr(2 * k, 2 * r);
+            chromaMismatches += vu[size_t{r} * w + 2 * k + 1] != p.cb(2 * k, 2 * r);
+        }
+    }
+    EXPECT_EQ(lumaMismatches, 0u);
+    EXPECT_EQ(chromaMismatches, 0u);
+}
+
+TEST_F(GpuTest, ConverterDecompressesFramesIntoPackedNv21) {
+    host::setProperty("log.tag.VANTORA_CAMERA", "V");
+    vantora::FormatConverter converter;
+    ASSERT_TRUE(converter.isInitialized());
+    EXPECT_TRUE(converter.isSupportedFormat(kCompressed));
+    EXPECT_FALSE(converter.isSupportedFormat(HAL_PIXEL_FORMAT_YCrCb_420_SP));
+    struct Case {
+        uint32_t width, height;
+        bool smooth;
+    };
+    for (const Case& c :
+         {Case{64, 48, false}, Case{33, 17, false}, Case{320, 240, true}, Case{4032, 3024, true}}) {
+        SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
+        hosttest::Nv12Picture picture = hosttest::makePicture(c.width, c.height, c.smooth, 5);
+        sp<GraphicBuffer> buffer = hosttest::compressedBuffer(picture);
+        std::vector<uint8_t> dst(size_t{c.width} * c.height * 3 / 2, 0xA5);
+        host::clearCapturedLogs();
+        ASSERT_TRUE(converter.convert(buffer->getNativeBuffer(), c.width, c.height, kCompressed,
+                                      dst.data()));
+        expectConverted(picture, dst);
+        const std::vector<std::string> log = lines(kConvTag);
+        ASSERT_FALSE(log.empty());
+        EXPECT_EQ(log.back(), "4 convert: processing done");
+    }
+}
+
+TEST_F(GpuTest, ConverterRefusesOtherFormatsAndReleasesWhatItMade) {
+    vantora::FormatConverter converter;
+    ASSERT_TRUE(converter.isInitialized());
+    hosttest::Nv12Picture picture = hosttest::makePicture(16, 16, false, 1);
+    sp<GraphicBuffer> buffer = hosttest::compressedBuffer(picture);
+    std::vector<uint8_t> dst(16 * 16 * 3 / 2);
+    host::setProperty("log.tag.VANTORA_CAMERA", "I");
+    host::clearCapturedLogs();
+    host::clearRecordedCalls();
+    EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, 17, dst.data()));
+    std::vector<std::string> log = lines(kConvTag);
+    ASSERT_EQ(log.size(), 3u);
+    EXPECT_EQ(log[0].rfind("4 convert: anb(", 0), 0u) << log[0];
+    EXPECT_NE(log[0].find(" size(16x16) format(17/0x11) dst("), std::string::npos) << log[0];
+    EXPECT_EQ(log[1], "6 operator(): unsupported format(17/0x11)");
+    EXPECT_EQ(log[2], "4 convert: processing failed");
+    EXPECT_EQ(host::callCount("opencl.clReleaseKernel"), 1u);
+    EXPECT_EQ(host::callCount("opencl.clCreateImage"), 0u);
+
+    // A failing call: its line and status name, and every object made so far released.
+    struct Failure {
+        const char* point;
+        int status;
+        std::string line;
+        size_t imagesReleased;
+    };
+    const Failure failures[] = {
+            {"opencl.clCreateKernel", CL_INVALID_KERNEL_NAME,
+             clError(190, "clCreateKernel", "CL_INVALID_KERNEL_NAME", -46), 0},
+            {"opencl.clCreateSampler", CL_OUT_OF_RESOURCES,
+             clError(320, "clCreateSampler", "CL_OUT_OF_RESOURCES", -5), 4},
+            {"opencl.clEnqueueNDRangeKernel", -25, clError(342, "clEnqueueNDRangeKernel", "", -25),
+             4},
+            {"opencl.clEnqueueMapImage", 7,
+             clError(367, "clEnqueueMapImage", "Unspecified Error", 7), 4},
+    };
+    for (const Failure& f : failures) {
+        SCOPED_TRACE(f.point);
+        host::clearCapturedLogs();
+        host::clearRecordedCalls();
+        host::injectFault(f.point, f.status);
+        EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, kCompressed, dst.data()));
+        EXPECT_TRUE(hasErrorLine(f.line));
+        EXPECT_EQ(host::callCount("opencl.clReleaseMemObject"), f.imagesReleased);
+        EXPECT_EQ(lines(kConvTag).back(), "4 convert: processing failed");
+        host::clearFaults();
+    }
+
+    // The intermediate buffer cannot be allocated, or locked for the copy-out.
+    host::clearCapturedLogs();
+    host::injectFault("buffer.allocate", android::NO_MEMORY);
+    EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, kCompressed, dst.data()));
+    EXPECT_TRUE(logged("6 convert[260] : failed to allocate graphic buffer"));
+    host::clearFaults();
+    host::clearCapturedLogs();
+    host::injectFault("buffer.lock", android::BAD_VALUE);
+    EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, kCompressed, dst.data()));
+    EXPECT_TRUE(logged("6 convert: fail to lock graphic buffer for y"));
+}
+
+TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
+    struct Case {
+        const char* point;
+        int status;
+        std::string line;  // the one error line, after "6 "
+    };
+    const Case cases[] = {
+            {host::kOpenClDropOtherImage, 1,
+             "FormatConverter: Extension cl_qcom_other_image needed for NV12 image format is not "
+             "supported."},
+            {host::kOpenClDropCompressedImage, 1,
+             "FormatConverter: Extension cl_qcom_compressed_image needed for compressed NV12 "
+             "image format is not supported."},
+            {host::kOpenClDropExtHostPtr, 1,
+             "FormatConverter: Extension cl_qcom_ext_host_ptr needed for ION-backed images is "
+             "not supported."},
+            {host::kOpenClDropNativeBufferHostPtr, 1,
+             "FormatConverter: Extension cl_qcom_android_native_buffer_host_ptr needed for "
+             "ANB-backed images is not supported."},
+            {host::kOpenClOverlongExtensions, 1,
+             clError(86, "clGetDeviceInfo", "CL_INVALID_VALUE", -30)},
+            {"opencl.clBuildProgram", CL_BUILD_PROGRAM_FAILURE,
+             clError(118, "clBuildProgram", "CL_BUILD_PROGRAM_FAILURE", -11)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.point);
+        host::clearCapturedLogs();
+        host::clearRecordedCalls();
+        host::injectFault(c.point, c.status);
+        {
+            vantora::FormatConverter converter;
+            EXPECT_FALSE(converter.isInitialized());
+        }
+        const std::vector<std::string> log = lines(kConvTag);
+        ASSERT_EQ(log.size(), 1u);
+        if (c.line[0] == '[') {
+            EXPECT_TRUE(hasErrorLine(c.line)) << log[0];
+        } else {
+            EXPECT_EQ(log[0], "6 " + c.line);
+        }
+        // The destructor released what was made and unloaded OpenCL.
+        EXPECT_EQ(host::callCount("opencl.clReleaseDevice"), 1u);
+        EXPECT_EQ(wrapper::libopencl, nullptr);
+        host::clearFaults();
+    }
+}
+
+TEST_F(GpuTest, GraphicBufferDimensionFromTheRowPitch) {
+    host::setProperty("log.tag.VANTORA_CAMERA", "I");
+    vantora::FormatConverter converter;
+    ASSERT_TRUE(converter.isInitialized());
+    const cl_image_format nv12{CL_QCOM_NV12, CL_UNORM_INT8};
+    for (auto [rows, expected] :
+         {std::pair<size_t, size_t>{3000, 4512}, {1080, 1632}, {1088, 1632}}) {
+        cl_image_desc desc{};
+        desc.image_type = CL_MEM_OBJECT_IMAGE2D;
+        desc.image_width = 1920;
+        desc.image_height = rows;
+        size_t width = 0, height = 0;
+        converter.calculateGraphicBufferDimension(nv12, desc, width, height);
+        EXPECT_EQ(height, expected);
+        EXPECT_GE(width, 1920u);
+    }
+}
+
+}  // namespace
+}  // namespace nuvra::test
+
+// PoCL, LLVM and the ICD loader keep process-lifetime allocations (compiler state, the device's
+// worker pools) that are not released before exit.
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:libpocl.so\nleak:libLLVM-15.so\nleak:libclang-cpp.so\nleak:libhwloc.so\n"
+           "leak:libOpenCL.so.1\n";
+}

@@ -1,0 +1,212 @@
+// The last frame queued to a Surface copied into a Java byte buffer through the shipped library
+// and the real JVM: semi-planar frames, 16-bit frames, the vendor branch, and compressed NV12
+// frames decompressed on the host's OpenCL driver. Expected bytes follow from the gralloc layout.
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+#include <hostcontrol/DeviceProfile.h>
+#include <hostcontrol/FaultInjection.h>
+#include <hostvndksupport/SphalNamespace.h>
+#include <ui/HostCompressedNv12.h>
+#include <ui/HostGrallocLayout.h>
+
+#include <random>
+
+#include "LibraryTestSupport.h"
+#include "SurfaceTestSupport.h"
+
+namespace nuvra::test {
+namespace {
+
+using android::GraphicBuffer;
+using android::sp;
+
+constexpr const char* kName = "nativePutByteBufferFromSurface";
+constexpr int kCompressed = 0x7FA30C06;
+
+class SurfaceToByteBufferTest : public JniTest {
+protected:
+    // Queues one frame of `format` holding random bytes (or, for compressed NV12, the encoded
+    // `nv12` picture) and returns the whole allocation as written.
+    std::vector<uint8_t> queueFrame(int format, uint32_t w, uint32_t h,
+                                    const std::vector<uint8_t>* nv12 = nullptr) {
+        TestSurfaceConfig config;
+        config.format = format;
+        config.width = w;
+        config.height = h;
+        ts = makeTestSurface(env, config);
+        ANativeWindow* anw = ts.surface.get();
+        EXPECT_EQ(native_window_api_connect(anw, NATIVE_WINDOW_API_CPU), 0);
+        EXPECT_EQ(native_window_set_usage(
+                          anw, GRALLOC_USAGE_SW_WRITE_OFTEN | GRALLOC_USAGE_SW_READ_OFTEN),
+                  0);
+        ANativeWindowBuffer* anb = nullptr;
+        EXPECT_EQ(native_window_dequeue_buffer_and_wait(anw, &anb), 0);
+        if (anb == nullptr) return {};
+        buffer = GraphicBuffer::from(anb);
+        EXPECT_TRUE(host::grallocLayoutOf(*buffer, &layout));
+        std::vector<uint8_t> bytes(layout.size);
+        if (nv12 != nullptr) {
+            EXPECT_TRUE(host::encodeCompressedNv12(*buffer, nv12->data(), w, nv12->data() + w * h,
+                                                   (w + 1) / 2 * 2));
+        } else {
+            std::mt19937 rng(format);
+            for (uint8_t& b : bytes) b = static_cast<uint8_t>(rng());
+            void* p = nullptr;
+            EXPECT_EQ(buffer->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &p), 0);
+            memcpy(p, bytes.data(), bytes.size());
+            EXPECT_EQ(buffer->unlock(), 0);
+        }
+        EXPECT_EQ(anw->queueBuffer(anw, anb, -1), 0);
+        host::resetFaultsAndCalls();
+        host::clearCapturedLogs();
+        return bytes;
+    }
+    int copyOut(std::vector<uint8_t>& out, jlong capacity) {
+        jobject dst = env->NewDirectByteBuffer(out.data(), capacity);
+        return util()->nativePutByteBufferFromSurface(env, ts.javaSurface, dst);
+    }
+
+    TestSurface ts;
+    sp<GraphicBuffer> buffer;
+    host::GrallocLayout layout;
+};
+
+// The packed NV21 image of a semi-planar frame: luma rows, then h / 2 rows from the Cr plane.
+// Read from the Cr address of an NV12-ordered plane, the run's last byte would lie past the plane:
+// it is not copied, and `untouched` stays there.
+std::vector<uint8_t> packedSemiPlanar(const std::vector<uint8_t>& mem, const host::GrallocLayout& l,
+                                      size_t chromaOffset, bool swap, uint8_t untouched) {
+    const size_t w = l.width, h = l.height;
+    std::vector<uint8_t> out(w * h * 3 / 2, 0);
+    for (size_t r = 0; r < h; ++r) memcpy(&out[r * w], &mem[l.yOffset + r * l.yStride], w);
+    for (size_t r = 0; r < h / 2; ++r) {
+        for (size_t j = 0; j < w; ++j) {
+            out[w * h + r * w + j] = mem[chromaOffset + r * l.cStride + (swap ? j ^ 1 : j)];
+        }
+    }
+    if (!swap && chromaOffset == l.cbOffset + 1 && h >= 2) out.back() = untouched;
+    return out;
+}
+
+TEST_F(SurfaceToByteBufferTest, SemiPlanarFramesOnBothProfilesAndTheCapacityCheck) {
+    setLogLevel("V");
+    for (const char* profile : {"packed-nv21", "phone-qcom"}) {
+        ASSERT_TRUE(host::selectDeviceProfile(profile));
+        for (int format : {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_YCbCr_420_888}) {
+            SCOPED_TRACE(std::string(profile) + " " + host::grallocFormatName(format));
+            const uint32_t w = 64, h = 30;
+            std::vector<uint8_t> mem = queueFrame(format, w, h);
+            const std::vector<uint8_t> expected =
+                    packedSemiPlanar(mem, layout, layout.crOffset, false, 0xEE);
+            std::vector<uint8_t> out(expected.size() + 1, 0xEE);
+            // One byte short: refused, and the buffer stays locked.
+            EXPECT_EQ(copyOut(out, static_cast<jlong>(expected.size() - 1)), android::BAD_VALUE);
+            EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                               "Buffer size(" + std::to_string(expected.size() - 1) +
+                                       ") is smaller than image size(" +
+                                       std::to_string(expected.size()) + ")"));
+            EXPECT_TRUE(wasLeftLocked(buffer));
+            // Exact: copied, unlocked.
+            ASSERT_EQ(copyOut(out, static_cast<jlong>(expected.size())), 0);
+            EXPECT_TRUE(std::equal(expected.begin(), expected.end(), out.begin()));
+            EXPECT_EQ(out.back(), 0xEE);
+            EXPECT_FALSE(wasLeftLocked(buffer));
+            EXPECT_TRUE(
+                    logged(kSurfaceTag, ANDROID_LOG_VERBOSE, "nativePutByteBufferFromSurface X"));
+        }
+    }
+}
+
+TEST_F(SurfaceToByteBufferTest, SixteenBitFramesAndTheVendorBranch) {
+    const uint32_t w = 32, h = 8;
+    // RAW16: width x height x 2 bytes from the plane.
+    std::vector<uint8_t> mem = queueFrame(HAL_PIXEL_FORMAT_RAW16, w, h);
+    std::vector<uint8_t> out(w * h * 2);
+    ASSERT_EQ(copyOut(out, static_cast<jlong>(out.size())), 0);
+    EXPECT_TRUE(std::equal(out.begin(), out.end(), mem.begin()));
+
+    // 0x127: the high byte of every 16-bit sample, luma then chroma.
+    mem = queueFrame(0x127, w, h);
+    std::vector<uint8_t> high(w * h * 3 / 2);
+    ASSERT_EQ(copyOut(high, static_cast<jlong>(high.size())), 0);
+    const uint8_t* p0 = mem.data() + layout.planes[0].offset;
+    size_t mismatches = 0;
+    for (size_t j = 0; j < w * h; ++j) mismatches += high[j] != p0[2 * j + 1];
+    EXPECT_EQ(mismatches, 0u);
+
+    // IMPLEMENTATION_DEFINED whose YCbCr lock fails is locked whole: the vendor branch. On a
+    // Qualcomm board with NV12 order the Cb-first chroma is turned into V, U; K.ORB and MT copy
+    // the chroma that follows the luma as it is.
+#if defined(NUVRA_TEST_VENDOR_QCOM)
+    ASSERT_TRUE(host::selectDeviceProfile("packed-qcom"));
+#else
+    ASSERT_TRUE(host::selectDeviceProfile("packed-nv21"));
+#endif
+    setLogLevel("V");
+    mem = queueFrame(HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED, w, h);
+    std::vector<uint8_t> frame(w * h * 3 / 2, 0xEE);
+    host::injectFault("buffer.lockAsyncYCbCr", android::BAD_VALUE);
+    ASSERT_EQ(copyOut(frame, static_cast<jlong>(frame.size())), 0);
+    const std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
+    auto said = [&](const std::string& text) {
+        return std::find(verbose.begin(), verbose.end(), std::string(kName) + ": " + text) !=
+               verbose.end();
+    };
+    EXPECT_TRUE(said("lockAsync"));
+#if defined(NUVRA_TEST_VENDOR_QCOM)
+    // The board's order is read once per process: whichever it was, the chroma comes from right
+    // after the luma, swapped pairwise for NV12.
+    EXPECT_TRUE(said("QCOM"));
+    EXPECT_EQ(frame,
+              packedSemiPlanar(mem, layout, size_t{w} * h, said("SURFACE FORMAT NV12"), 0xEE));
+#else
+    EXPECT_TRUE(said("yStride == Width"));
+    EXPECT_EQ(frame, packedSemiPlanar(mem, layout, layout.crOffset, false, 0xEE));
+#endif
+}
+
+TEST_F(SurfaceToByteBufferTest, CompressedFramesDecompressOnTheGpuOnQualcommOnly) {
+    const std::vector<std::string> saved = host::sphalSearchPath();
+    host::setSphalSearchPath({HOST_OPENCL_VENDOR_DIR});
+    setLogLevel("I");
+    const uint32_t w = 66, h = 34;
+    std::vector<uint8_t> nv12(w * h * 3 / 2);
+    std::mt19937 rng(3);
+    for (uint8_t& b : nv12) b = static_cast<uint8_t>(rng());
+    queueFrame(kCompressed, w, h, &nv12);
+    std::vector<uint8_t> out(w * h * 3 / 2, 0);
+    EXPECT_EQ(copyOut(out, static_cast<jlong>(out.size())), 0);
+    EXPECT_FALSE(wasLeftLocked(buffer));
+#if defined(NUVRA_TEST_VENDOR_QCOM)
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_INFO, "UBWC -> YUV: converted"));
+    size_t mismatches = 0;
+    for (size_t i = 0; i < size_t{w} * h; ++i) mismatches += out[i] != nv12[i];
+    for (size_t i = 0; i < size_t{w} * h / 2; ++i) {
+        mismatches += out[w * h + i] != nv12[w * h + (i ^ 1)];  // Cb, Cr turned into Cr, Cb
+    }
+    EXPECT_EQ(mismatches, 0u);
+#else
+    EXPECT_TRUE(logTexts(kSurfaceTag, ANDROID_LOG_INFO).empty());
+    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == 0; }));
+#endif
+    host::setSphalSearchPath(saved);
+}
+
+TEST_F(SurfaceToByteBufferTest, NothingQueuedOrNoSurface) {
+    TestSurfaceConfig config;
+    ts = makeTestSurface(env, config);
+    std::vector<uint8_t> out(16);
+    host::clearCapturedLogs();
+    EXPECT_EQ(copyOut(out, 16), android::INVALID_OPERATION);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       "nativePutByteBufferFromSurface: getLastQueuedBuffer failed"));
+    EXPECT_EQ(util()->nativePutByteBufferFromSurface(env, nullptr, nullptr),
+              android::INVALID_OPERATION);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       "nativePutByteBufferFromSurface: Surface is nullptr"));
+    env->ExceptionClear();
+}
+
+}  // namespace
+}  // namespace nuvra::test
