@@ -327,7 +327,9 @@ TEST_F(YuvProducerTest, PaddedNv21BufferRowsAndChromaOffset) {
                            c.width, c.height);
         EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_VERBOSE,
                            "produceFrameWithYuv420: Stride != Width"));
-        if (c.heightSlice == 1088) EXPECT_EQ(chromaOffset, 1183744u);
+        if (c.heightSlice == 1088) {
+            EXPECT_EQ(chromaOffset, 1183744u);
+        }
         // One byte short of the last chroma row: refused before anything is dequeued.
         host::resetFaultsAndCalls();
         jobject shortBuffer = env->NewDirectByteBuffer(
