@@ -25,28 +25,6 @@ bool gSurfaceImageClassInfoFilled = false;
 
 constexpr const char* kLockName = "lockImageFromBuffer";
 
-// Formats that the platform locks as one plane: their own format is their flexible format.
-bool isSinglePlaneFormat(int format) {
-    switch (format) {
-        case HAL_PIXEL_FORMAT_RGBA_8888:
-        case HAL_PIXEL_FORMAT_RGBX_8888:
-        case HAL_PIXEL_FORMAT_RGB_888:
-        case HAL_PIXEL_FORMAT_RGB_565:
-        case HAL_PIXEL_FORMAT_BGRA_8888:
-        case HAL_PIXEL_FORMAT_RAW16:
-        case HAL_PIXEL_FORMAT_BLOB:
-        case HAL_PIXEL_FORMAT_RAW_OPAQUE:
-        case HAL_PIXEL_FORMAT_RAW10:
-        case HAL_PIXEL_FORMAT_RAW12:
-        case HAL_PIXEL_FORMAT_YCBCR_P010:
-        case HAL_PIXEL_FORMAT_Y8:
-        case HAL_PIXEL_FORMAT_Y16:
-            return true;
-        default:
-            return false;
-    }
-}
-
 // Formats whose whole-buffer lock is a complete description: anything else locked as one plane
 // may carry more planes, which only the gralloc 4 plane layouts can tell.
 bool isPlainLockFormat(int format) {
@@ -73,6 +51,27 @@ status_t lockFailed(status_t err) {
 }
 
 }  // namespace
+
+bool isSinglePlaneFormat(int format) {
+    switch (format) {
+        case HAL_PIXEL_FORMAT_RGBA_8888:
+        case HAL_PIXEL_FORMAT_RGBX_8888:
+        case HAL_PIXEL_FORMAT_RGB_888:
+        case HAL_PIXEL_FORMAT_RGB_565:
+        case HAL_PIXEL_FORMAT_BGRA_8888:
+        case HAL_PIXEL_FORMAT_RAW16:
+        case HAL_PIXEL_FORMAT_BLOB:
+        case HAL_PIXEL_FORMAT_RAW_OPAQUE:
+        case HAL_PIXEL_FORMAT_RAW10:
+        case HAL_PIXEL_FORMAT_RAW12:
+        case HAL_PIXEL_FORMAT_YCBCR_P010:
+        case HAL_PIXEL_FORMAT_Y8:
+        case HAL_PIXEL_FORMAT_Y16:
+            return true;
+        default:
+            return false;
+    }
+}
 
 BufferItem* Image_getLockedBuffer(JNIEnv* env, jobject image) {
     android::Mutex::Autolock lock(gLock);

@@ -29,6 +29,10 @@ android::status_t lockImageFromBuffer(android::BufferItem* item, uint32_t usage,
 
 android::status_t unlockImageFromBuffer(android::BufferItem* item);
 
+// Formats that the platform locks as one plane (RGB, RAW, BLOB, P010, Y8, Y16): their own format
+// is their flexible format, and no YCbCr lock is tried.
+bool isSinglePlaneFormat(int format);
+
 // Reads the gralloc 4 plane layouts of a P010 buffer locked at `pData` and, when they describe
 // P010, fills `out` with its luma and chroma planes. Nothing is written on failure.
 android::status_t extractP010Gralloc4PlaneLayout(android::sp<android::GraphicBuffer> buffer,

@@ -10,9 +10,11 @@
 
 #include <algorithm>
 
+#include "ImageSupport.h"
 #include "JniSupport.h"
 #include "SurfaceLog.h"
 #include "SurfaceNativeUtilImpl.h"
+#include "YuvPlaneWriter.h"
 #include "kernels/HighBytes.h"
 #include "kernels/PixelKernels.h"
 #include "platform/PlatformUtil.h"
@@ -29,28 +31,6 @@ constexpr const char* kName = "nativePutByteBufferFromSurface";
 constexpr int PIXEL_FORMAT_YCrCb_420_SP_M = 0x11D;           // vendor NV21 (285)
 constexpr int PIXEL_FORMAT_16BIT_SEMIPLANAR = 0x127;         // vendor 16-bit samples (295)
 constexpr int HAL_PIXEL_FORMAT_YCbCr_420_UBWC = 0x7FA30C06;  // Qualcomm compressed NV12
-
-// Formats locked as one plane, without a YCbCr description.
-bool singlePlane(int format) {
-    switch (format) {
-        case HAL_PIXEL_FORMAT_RGBA_8888:
-        case HAL_PIXEL_FORMAT_RGBX_8888:
-        case HAL_PIXEL_FORMAT_RGB_888:
-        case HAL_PIXEL_FORMAT_RGB_565:
-        case HAL_PIXEL_FORMAT_BGRA_8888:
-        case HAL_PIXEL_FORMAT_RAW16:
-        case HAL_PIXEL_FORMAT_BLOB:
-        case HAL_PIXEL_FORMAT_RAW_OPAQUE:
-        case HAL_PIXEL_FORMAT_RAW10:
-        case HAL_PIXEL_FORMAT_RAW12:
-        case HAL_PIXEL_FORMAT_YCBCR_P010:
-        case HAL_PIXEL_FORMAT_Y8:
-        case HAL_PIXEL_FORMAT_Y16:
-            return true;
-        default:
-            return false;
-    }
-}
 
 // Formats read as flexible YUV once a YCbCr lock has described them.
 bool readAsFlexibleYuv(int format) {
@@ -182,24 +162,6 @@ void convertOnGpu(const sp<GraphicBuffer>& buffer, const Planes& p) {
     }
 }
 
-// The bytes readable from `from` inside the chroma plane that a YCbCr lock of a width x height
-// buffer describes: ceil(height / 2) rows at the chroma stride.
-size_t chromaReadable(const android_ycbcr& ycbcr, const void* from, size_t width, size_t height) {
-    if (ycbcr.cb == nullptr || ycbcr.cr == nullptr || from == nullptr) return SIZE_MAX;
-    size_t rows = (height + 1) / 2;
-    size_t samples = (width + 1) / 2;
-    if (rows == 0 || samples == 0) return 0;
-    auto* cb = static_cast<const uint8_t*>(ycbcr.cb);
-    auto* cr = static_cast<const uint8_t*>(ycbcr.cr);
-    size_t step = ycbcr.chroma_step;
-    const uint8_t* end =
-            step == 2 && (cb == cr + 1 || cr == cb + 1)
-                    ? std::min(cb, cr) + (rows - 1) * ycbcr.cstride + 2 * samples
-                    : std::max(cb, cr) + (rows - 1) * ycbcr.cstride + (samples - 1) * step + 1;
-    auto* start = static_cast<const uint8_t*>(from);
-    return end > start ? static_cast<size_t>(end - start) : 0;
-}
-
 }  // namespace
 
 int SurfaceNativeUtilImpl::nativePutByteBufferFromSurface(JNIEnv* env, jobject jsurface,
@@ -228,7 +190,7 @@ int SurfaceNativeUtilImpl::nativePutByteBufferFromSurface(JNIEnv* env, jobject j
 
     int workingFormat = format;
     uint8_t* p0 = nullptr;
-    if (singlePlane(format)) {
+    if (isSinglePlaneFormat(format)) {
         p.yStride = p.cStride = p.width;
     } else {
         NLOGV("%s: ycbcr", kName);
@@ -242,7 +204,9 @@ int SurfaceNativeUtilImpl::nativePutByteBufferFromSurface(JNIEnv* env, jobject j
             p.p2 = static_cast<const uint8_t*>(ycbcr.cb);
             p.yStride = ycbcr.ystride;
             p.cStride = ycbcr.cstride;
-            p.p1Readable = chromaReadable(ycbcr, ycbcr.cr, p.width, p.height);
+            p.p1Readable = chromaBytesReadable(static_cast<const uint8_t*>(ycbcr.cb),
+                                               static_cast<const uint8_t*>(ycbcr.cr), ycbcr.cstride,
+                                               ycbcr.chroma_step, p.width, p.height, p.p1);
             if (readAsFlexibleYuv(format)) workingFormat = HAL_PIXEL_FORMAT_YCbCr_420_888;
         }
     }

@@ -210,22 +210,25 @@ int writeYuv420Planes(const sp<GraphicBuffer>& buf, int bufFmt, const Yuv420Sour
     }
 }
 
-size_t chromaBytesReadableFromCr(const CpuConsumer::LockedBuffer& locked) {
-    if (locked.dataCr == nullptr) return 0;
-    if (locked.dataCb == nullptr) return SIZE_MAX;
+size_t chromaBytesReadable(const uint8_t* cb, const uint8_t* cr, size_t chromaStride,
+                           size_t chromaStep, size_t width, size_t height, const uint8_t* from) {
+    if (from == nullptr) return 0;
+    if (cb == nullptr || cr == nullptr) return SIZE_MAX;
     // The chroma plane as the lock describes it: ceil(height / 2) rows at the chroma stride, each
     // holding ceil(width / 2) samples of Cb and of Cr.
-    size_t rows = (static_cast<size_t>(locked.height) + 1) / 2;
-    size_t samples = (static_cast<size_t>(locked.width) + 1) / 2;
-    if (rows == 0) return 0;
-    const uint8_t* cb = locked.dataCb;
-    const uint8_t* cr = locked.dataCr;
+    size_t rows = (height + 1) / 2;
+    size_t samples = (width + 1) / 2;
+    if (rows == 0 || samples == 0) return 0;
     const uint8_t* end;
-    if (locked.chromaStep == 2 && (cb == cr + 1 || cr == cb + 1)) {
-        end = std::min(cb, cr) + (rows - 1) * locked.chromaStride + 2 * samples;
+    if (chromaStep == 2 && (cb == cr + 1 || cr == cb + 1)) {
+        end = std::min(cb, cr) + (rows - 1) * chromaStride + 2 * samples;
     } else {
-        size_t rowBytes = (samples - 1) * locked.chromaStep + 1;
-        end = std::max(cb, cr) + (rows - 1) * locked.chromaStride + rowBytes;
+        end = std::max(cb, cr) + (rows - 1) * chromaStride + (samples - 1) * chromaStep + 1;
     }
-    return end > cr ? static_cast<size_t>(end - cr) : 0;
+    return end > from ? static_cast<size_t>(end - from) : 0;
+}
+
+size_t chromaBytesReadableFromCr(const CpuConsumer::LockedBuffer& locked) {
+    return chromaBytesReadable(locked.dataCb, locked.dataCr, locked.chromaStride, locked.chromaStep,
+                               locked.width, locked.height, locked.dataCr);
 }

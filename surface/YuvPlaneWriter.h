@@ -40,6 +40,12 @@ struct PlaneWriterTexts {
 int writeYuv420Planes(const android::sp<android::GraphicBuffer>& buf, int bufFmt,
                       const Yuv420Source& src, const PlaneWriterTexts& texts);
 
+// The bytes that can be read from `from` without leaving the chroma plane of a YCbCr lock of a
+// width x height buffer (ceil(height / 2) rows at the chroma stride): 0 for a null `from`,
+// SIZE_MAX when the lock gave no Cb or Cr plane to place it by.
+size_t chromaBytesReadable(const uint8_t* cb, const uint8_t* cr, size_t chromaStride,
+                           size_t chromaStep, size_t width, size_t height, const uint8_t* from);
+
 // The bytes that can be read from a locked image's dataCr without leaving its chroma plane as the
 // lock describes it (ceil(height / 2) rows at the chroma stride): the source bound of an image
 // copied by writeYuv420Planes. 0 without a Cr plane, SIZE_MAX when the lock gave no Cb plane to

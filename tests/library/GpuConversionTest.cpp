@@ -17,8 +17,11 @@
 #include <string>
 #include <vector>
 
-#include "opencl/clWrapper.h"
+// The driver tests' support first: it chooses the OpenCL version of the headers.
 #include "opencl_test_support.h"
+// clang-format off
+#include "opencl/clWrapper.h"
+// clang-format on
 #include "qcom/FormatConverter.h"
 #include "qcom/GraphicBufferAllocator.h"
 
