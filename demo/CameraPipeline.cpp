@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "CameraPassOn.h"
+#include "CompressedFrames.h"
 
 namespace {
 
@@ -278,4 +279,5 @@ void demoCameraPipeline(JNIEnv* env, SurfaceNativeUtil* util, const RgbaImage& p
         javaFailed(env, "ImageReader.close");
         env->PopLocalFrame(nullptr);
     }
+    demoCompressedFrames(env, util, rgb, outDir, step);
 }
