@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the default (Qualcomm) build with the K.ORB and MT library variants,
 # the same under AddressSanitizer + UndefinedBehaviorSanitizer, the arm64 kernels under
-# qemu-aarch64, and every libFuzzer target (fuzz/) for a bounded time. Installs what is missing
-# first.
+# qemu-aarch64, the concurrency tests under ThreadSanitizer, and every libFuzzer target (fuzz/)
+# for a bounded time. Installs what is missing first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -27,6 +27,16 @@ if [ -f scripts/test-aarch64.sh ]; then
     echo "== arm64 kernels under qemu-aarch64"
     bash scripts/test-aarch64.sh
 fi
+echo "== concurrency under ThreadSanitizer (the tests that run without the JVM)"
+# The JVM does not run under ThreadSanitizer: this configuration builds and runs only the
+# concurrency tests. The races the library accepts are suppressed with their reasons in
+# tests/support/tsan.supp. PoCL and its compiler are not instrumented; a report that their
+# threads' hand-offs rarely provoke is retried once rather than failing the run.
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DNUVRA_TSAN=ON \
+    -DNUVRA_BUILD_BENCH=OFF >/dev/null
+cmake --build build-tsan --target concurrency_tests -j"$jobs"
+(cd build-tsan && ctest -R '^(ConcurrencyTest|GpuConcurrencyTest)\.' --output-on-failure \
+    --repeat until-pass:2)
 echo "== fuzz targets (clang, libFuzzer with ASan + UBSan)"
 # A clang build of the fuzz targets alone; each runs for NUVRA_FUZZ_SECONDS on the corpus it has
 # grown in earlier runs. Crash inputs are written into build-fuzz/.

@@ -12,9 +12,9 @@
 namespace hostcl {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-// AddressSanitizer refuses RTLD_DEEPBIND; PoCL has no undefined OpenCL symbols, so RTLD_LOCAL
-// alone keeps the two apart there.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// AddressSanitizer and ThreadSanitizer refuse RTLD_DEEPBIND; PoCL has no undefined OpenCL symbols,
+// so RTLD_LOCAL alone keeps the two apart there.
 constexpr int kPoclOpenFlags = RTLD_NOW | RTLD_LOCAL;
 #else
 constexpr int kPoclOpenFlags = RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND;
