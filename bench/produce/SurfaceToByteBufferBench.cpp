@@ -26,39 +26,17 @@
 #include <string>
 #include <vector>
 
+#include "PhoneBench.h"
 #include "surface/SurfaceNativeUtil.h"
 
 namespace {
 
+using namespace nuvra::bench;
 using android::GraphicBuffer;
 using android::sp;
 
 constexpr int kCompressedNv12 = 0x7FA30C06;
-constexpr uint64_t kCpuReadWrite = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_SW_WRITE_OFTEN;
 constexpr uint8_t kUntouched = 0xA5;
-
-JNIEnv* jvm() {
-    host::setLogEcho(false);
-    host::JvmOptions options;
-    options.checkJni = false;
-    return host::startJvm(options);
-}
-
-// The phone profile for one benchmark, the previous one restored after it.
-class PhoneProfile {
-public:
-    PhoneProfile() : mPrevious(host::currentDeviceProfile().name) {
-        host::selectDeviceProfile("phone-qcom");
-    }
-    ~PhoneProfile() { host::selectDeviceProfile(mPrevious); }
-
-private:
-    std::string mPrevious;
-};
-
-size_t frameBytes(int width, int height) {
-    return static_cast<size_t>(width) * height * 3 / 2;
-}
 
 // A buffer queue of `format` with its consumer and the Java Surface of its producer face.
 struct QueuedSurface {
@@ -168,41 +146,10 @@ void compressedNv12Frame(benchmark::State& state) {
     host::setSphalSearchPath(saved);
 }
 
-// The frame's bytes copied between two gralloc buffers of the phone profile.
-void memcpyOfTheFrame(benchmark::State& state) {
-    PhoneProfile profile;
-    const int width = static_cast<int>(state.range(0));
-    const int height = static_cast<int>(state.range(1));
-    const size_t bytes = frameBytes(width, height);
-    sp<GraphicBuffer> from = new GraphicBuffer(width, height, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1,
-                                               kCpuReadWrite, "bench-source");
-    sp<GraphicBuffer> to = new GraphicBuffer(width, height, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1,
-                                             kCpuReadWrite, "bench-target");
-    void* s = nullptr;
-    void* d = nullptr;
-    if (from->lock(GRALLOC_USAGE_SW_READ_OFTEN, &s) != 0 ||
-        to->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &d) != 0) {
-        state.SkipWithError("locking the buffers failed");
-        return;
-    }
-    for (auto _ : state) {
-        memcpy(d, s, bytes);
-        benchmark::DoNotOptimize(d);
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
-    from->unlock();
-    to->unlock();
-}
-
-void sizes(benchmark::internal::Benchmark* b) {
-    b->Args({1920, 1080})->Args({4032, 3024})->Unit(benchmark::kMicrosecond)->UseRealTime();
-}
-
 }  // namespace
 
-BENCHMARK(nv21Frame)->Name("Surface to byte buffer/NV21")->Apply(sizes);
-BENCHMARK(memcpyOfTheFrame)->Name("Surface to byte buffer/memcpy")->Apply(sizes);
+BENCHMARK(nv21Frame)->Name("Surface to byte buffer/NV21")->Apply(frameSizes);
+BENCHMARK(memcpyOfTheFrame)->Name("Surface to byte buffer/memcpy")->Apply(frameSizes);
 BENCHMARK(compressedNv12Frame)
         ->Name("Surface to byte buffer/compressed NV12 on the GPU")
-        ->Apply(sizes);
+        ->Apply(frameSizes);

@@ -20,38 +20,16 @@
 #include <cstring>
 #include <string>
 
+#include "PhoneBench.h"
 #include "surface/SurfaceNativeUtil.h"
 
 namespace {
 
+using namespace nuvra::bench;
 using android::GraphicBuffer;
 using android::sp;
 
 constexpr int kVenusNv12 = 0x7FA30C04;
-constexpr uint64_t kCpuReadWrite = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_SW_WRITE_OFTEN;
-
-JNIEnv* jvm() {
-    host::setLogEcho(false);
-    host::JvmOptions options;
-    options.checkJni = false;
-    return host::startJvm(options);
-}
-
-// The phone profile for one benchmark, the previous one restored after it.
-class PhoneProfile {
-public:
-    PhoneProfile() : mPrevious(host::currentDeviceProfile().name) {
-        host::selectDeviceProfile("phone-qcom");
-    }
-    ~PhoneProfile() { host::selectDeviceProfile(mPrevious); }
-
-private:
-    std::string mPrevious;
-};
-
-size_t frameBytes(int width, int height) {
-    return static_cast<size_t>(width) * height * 3 / 2;
-}
 
 // One flexible YUV camera frame held by the application as a Java image.
 struct CameraFrame {
@@ -150,46 +128,15 @@ void produceIntoHardwareBuffer(benchmark::State& state) {
     env->PopLocalFrame(nullptr);
 }
 
-// The frame's bytes copied between two gralloc buffers of the phone profile.
-void memcpyOfTheFrame(benchmark::State& state) {
-    PhoneProfile profile;
-    const int width = static_cast<int>(state.range(0));
-    const int height = static_cast<int>(state.range(1));
-    const size_t bytes = frameBytes(width, height);
-    sp<GraphicBuffer> from = new GraphicBuffer(width, height, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1,
-                                               kCpuReadWrite, "bench-source");
-    sp<GraphicBuffer> to = new GraphicBuffer(width, height, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1,
-                                             kCpuReadWrite, "bench-target");
-    void* s = nullptr;
-    void* d = nullptr;
-    if (from->lock(GRALLOC_USAGE_SW_READ_OFTEN, &s) != 0 ||
-        to->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &d) != 0) {
-        state.SkipWithError("locking the buffers failed");
-        return;
-    }
-    for (auto _ : state) {
-        memcpy(d, s, bytes);
-        benchmark::DoNotOptimize(d);
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
-    from->unlock();
-    to->unlock();
-}
-
-void sizes(benchmark::internal::Benchmark* b) {
-    b->Args({1920, 1080})->Args({4032, 3024})->Unit(benchmark::kMicrosecond)->UseRealTime();
-}
-
 }  // namespace
 
 BENCHMARK_CAPTURE(produceIntoSurface, nv21, HAL_PIXEL_FORMAT_YCrCb_420_SP)
         ->Name("Camera frame produced/into NV21 Surface")
-        ->Apply(sizes);
+        ->Apply(frameSizes);
 BENCHMARK_CAPTURE(produceIntoSurface, venusNv12, kVenusNv12)
         ->Name("Camera frame produced/into Venus NV12 Surface")
-        ->Apply(sizes);
+        ->Apply(frameSizes);
 BENCHMARK(produceIntoHardwareBuffer)
         ->Name("Camera frame produced/into NV21 HardwareBuffer")
-        ->Apply(sizes);
-BENCHMARK(memcpyOfTheFrame)->Name("Camera frame produced/memcpy")->Apply(sizes);
+        ->Apply(frameSizes);
+BENCHMARK(memcpyOfTheFrame)->Name("Camera frame produced/memcpy")->Apply(frameSizes);
