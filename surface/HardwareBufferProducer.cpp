@@ -43,18 +43,7 @@ int produceFrameToGraphicBuffer(const sp<GraphicBuffer>& buf,
         NLOGE("%s: buf must not be nullptr", kName);
         return android::BAD_VALUE;
     }
-    if (src.y == nullptr) {
-        NLOGE("%s: pixelBuffer must not be nullptr", kName);
-        return android::BAD_VALUE;
-    }
-    if (src.width < 0) {
-        NLOGE("%s: width must be non-negative", kName);
-        return android::BAD_VALUE;
-    }
-    if (src.height < 0) {
-        NLOGE("%s: height must be non-negative", kName);
-        return android::BAD_VALUE;
-    }
+    if (yuv420SourceRefused(kName, src)) return android::BAD_VALUE;
     if (buf->getWidth() != locked.width || buf->getHeight() != locked.height) {
         NLOGE("%s: Received gralloc buffer with bad dimensions %ux%u, expecting dimensions %zu x "
               "%zu",

@@ -37,18 +37,7 @@ int produceFrameWithYuv420(const sp<ANativeWindow>& anw, int pixelFmt, const Yuv
         NLOGE("%s: anw must not be nullptr", kName);
         return android::BAD_VALUE;
     }
-    if (src.y == nullptr) {
-        NLOGE("%s: pixelBuffer must not be nullptr", kName);
-        return android::BAD_VALUE;
-    }
-    if (src.width < 0) {
-        NLOGE("%s: width must be non-negative", kName);
-        return android::BAD_VALUE;
-    }
-    if (src.height < 0) {
-        NLOGE("%s: height must be non-negative", kName);
-        return android::BAD_VALUE;
-    }
+    if (yuv420SourceRefused(kName, src)) return android::BAD_VALUE;
 
     ANativeWindow* window = anw.get();
     ANativeWindowBuffer* anb = nullptr;

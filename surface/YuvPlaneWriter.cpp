@@ -184,6 +184,22 @@ int writeFlexibleTarget(const sp<GraphicBuffer>& buf, const Copy& c, const Plane
 
 }  // namespace
 
+bool yuv420SourceRefused(const char* name, const Yuv420Source& src) {
+    if (src.y == nullptr) {
+        NLOGE("%s: pixelBuffer must not be nullptr", name);
+        return true;
+    }
+    if (src.width < 0) {
+        NLOGE("%s: width must be non-negative", name);
+        return true;
+    }
+    if (src.height < 0) {
+        NLOGE("%s: height must be non-negative", name);
+        return true;
+    }
+    return false;
+}
+
 int writeYuv420Planes(const sp<GraphicBuffer>& buf, int bufFmt, const Yuv420Source& src,
                       const PlaneWriterTexts& texts) {
     size_t width = static_cast<size_t>(src.width);

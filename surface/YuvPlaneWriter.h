@@ -33,6 +33,10 @@ struct PlaneWriterTexts {
     const void* lockSubject;  // the window or the target buffer
 };
 
+// The producers' checks of a source after their target's: no luma plane, or a negative width or
+// height, is logged at error level with `name` and refused (true).
+bool yuv420SourceRefused(const char* name, const Yuv420Source& src);
+
 // Locks `buf` (format `bufFmt`) for writing and writes `src` into it. 0: written, and the buffer
 // is left locked for the caller to unlock. Otherwise the buffer is not locked any more and the
 // status says why: the lock's own error, BAD_VALUE for a lock without addresses, INVALID_OPERATION
