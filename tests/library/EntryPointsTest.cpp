@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <functional>
 #include <set>
 #include <string>
+#include <type_traits>
 
 #include <gui/BufferItem.h>
 
@@ -17,12 +17,44 @@
 namespace nuvra::test {
 namespace {
 
-class EntryPointsTest : public JniTest {};
+using S = SurfaceNativeUtil;
+
+class EntryPointsTest : public JniTest {
+protected:
+    // Calls slot `index` of the object's table with the parameters that `method` declares and
+    // checks that its operation wrote each of `lines` ("<priority> <text>"). An operation that
+    // could not retrieve its Surface returns BAD_VALUE with the lookup's exception pending.
+    template <typename R, typename... P, typename... A>
+    void checkSlot(int index, R (S::*method)(JNIEnv*, P...), const std::vector<std::string>& lines,
+                   A... args) {
+        SCOPED_TRACE(::testing::Message() << "slot " << index);
+        host::clearCapturedLogs();
+        S* object = util();
+        void** table = *reinterpret_cast<void***>(object);
+        [[maybe_unused]] R result = reinterpret_cast<R (*)(S*, JNIEnv*, P...)>(table[index])(
+                object, env, static_cast<P>(args)...);
+        std::optional<JavaException> thrown = takePendingException(env);
+        std::vector<std::string> written;
+        for (const host::LogLine& l : host::capturedLogs()) {
+            if (l.tag == kSurfaceTag) written.push_back(std::to_string(l.priority) + " " + l.text);
+        }
+        bool lookupFailed = false;
+        for (const std::string& line : lines) {
+            EXPECT_NE(std::find(written.begin(), written.end(), line), written.end()) << line;
+            lookupFailed |= line.find("Could not retrieve") != std::string::npos;
+        }
+        if (!lookupFailed) return;
+        if constexpr (std::is_integral_v<R>) {
+            EXPECT_EQ(result, -22);
+        }
+        ASSERT_TRUE(thrown.has_value());
+        EXPECT_EQ(describe(*thrown), "java.lang.NullPointerException: surface");
+    }
+};
 
 TEST_F(EntryPointsTest, OneObjectAndVersion8) {
-    SurfaceNativeUtil* first = SurfaceNativeUtil_Get();
-    ASSERT_NE(first, nullptr);
-    for (int i = 0; i < 100; ++i) ASSERT_EQ(SurfaceNativeUtil_Get(), first);
+    ASSERT_NE(SurfaceNativeUtil_Get(), nullptr);
+    EXPECT_EQ(SurfaceNativeUtil_Get(), SurfaceNativeUtil_Get());
     EXPECT_EQ(SurfaceNativeUtil_GetVersion(), 8);
 }
 
@@ -47,28 +79,10 @@ TEST_F(EntryPointsTest, OnlyTheEntryPointsAndTheOpenClTableAreExported) {
     EXPECT_EQ(symbols, expected);
 }
 
-// Calls slot `index` of the object's dispatch table as a function of type Fn.
-template <typename Fn, typename... Args>
-auto callSlot(int index, Args... args) {
-    SurfaceNativeUtil* object = SurfaceNativeUtil_Get();
-    void** table = *reinterpret_cast<void***>(object);
-    return reinterpret_cast<Fn>(table[index])(object, args...);
-}
-
-using ObjFn = int (*)(SurfaceNativeUtil*, JNIEnv*, jobject);
-using ObjIntFn = int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int);
-using ObjObjFn = int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject);
-
-// Each slot is called with null objects and recognised by a line only its operation writes.
+// Each slot is called with null objects and recognised by a line only its operation writes. The
+// image operations get an image over a small BLOB buffer and a buffer to copy it into.
 TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
     setLogLevel("V");
-    struct Slot {
-        int index;
-        std::function<void()> call;
-        std::string line;  // "P text"
-    };
-    JNIEnv* e = env;
-    // The image operations get an image over a small BLOB buffer and a buffer to copy it into.
     android::BufferItem item;
     item.mGraphicBuffer = new android::GraphicBuffer(64, 1, HAL_PIXEL_FORMAT_BLOB, 1,
                                                      GRALLOC_USAGE_SW_READ_OFTEN, "test");
@@ -79,122 +93,60 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
                       reinterpret_cast<jlong>(&item));
     uint8_t copy[64];
     jobject bytes = env->NewDirectByteBuffer(copy, sizeof(copy));
-    const Slot slots[] = {
-            {2,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jintArray)>(2, e, nullptr,
-                                                                                    nullptr);
-             },
-             "6 nativeDetectSurfaceDimens: Null dimens argument passed to "
-             "nativeDetectSurfaceDimens"},
-            {3,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int)>(
-                         3, e, nullptr, nullptr, 1, 1, 1);
-             },
-             "6 nativeProduceFrame: Could not retrieve native window from surface."},
-            {4,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong, int, int)>(
-                         4, e, nullptr, jlong{0}, 1, 1);
-             },
-             "6 nativeProduceFrameWithNV21: Could not retrieve native window from surface."},
-            {5,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, jboolean)>(
-                         5, e, nullptr, 1, jboolean{0});
-             },
-             "6 nativeSetSurfaceFormat: Could not retrieve native window from surface."},
-            {6,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(6, e, nullptr, 1,
-                                                                                   1);
-             },
-             "6 nativeSetSurfaceDimens: Could not retrieve native window from surface."},
-            {7,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int)>(7, e, nullptr, 1,
-                                                                                   1);
-             },
-             "2 nativeSetSurfaceOrientation"},
-            {8, [&] { callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*)>(8, e); },
-             "2 nativeGetJpegFooterSize"},
-            {9,
-             [&] {
-                 jobjectArray planes =
-                         e->NewObjectArray(0, e->FindClass("java/lang/Object"), nullptr);
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobjectArray, jobject, int, int,
-                                  jintArray, jintArray)>(9, e, planes, nullptr, 1, 1,
-                                                         e->NewIntArray(0), e->NewIntArray(0));
-             },
-             "6 nativeConvertFlexibleToNV21: YUV_422_888 should have 3 planes."},
-            {10,
-             [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(10, e, nullptr); },
-             "2 nativeCreatePrivateSurface"},
-            {11, [&] { callSlot<ObjIntFn>(11, e, nullptr, 1); },
-             "6 nativeSetScalingMode: Could not retrieve native window from surface."},
-            {12, [&] { callSlot<jlong (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(12, e, image); },
-             "2 getNativeContext"},
-            {13, [&] { callSlot<ObjFn>(13, e, image); }, "2 Image_getJpegSize"},
-            {14, [&] { callSlot<jobject (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(14, e, image); },
-             "2 nativeGetBufferfromImage"},
-            {15, [&] { callSlot<ObjObjFn>(15, e, image, bytes); },
-             "2 nativePutByteBufferFromImage"},
-            {16, [&] { callSlot<ObjObjFn>(16, e, nullptr, nullptr); },
-             "6 nativePutByteBufferFromSurface: Surface is nullptr"},
-            {17, [&] { callSlot<ObjFn>(17, e, nullptr); },
-             "6 nativeConnectSurface: Could not retrieve surface."},
-            {18, [&] { callSlot<ObjFn>(18, e, nullptr); }, "2 nativeDisconnectSurface"},
-            {19, [&] { callSlot<ObjObjFn>(19, e, nullptr, nullptr); },
-             "6 nativeProduceFrameWithYuv420: Could not retrieve native window from surface."},
-            {20,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jobject, int, int, int,
-                                  int)>(20, e, nullptr, nullptr, 1, 1, 1, 1);
-             },
-             "6 nativeProduceFrameWithNV21FromBuffer: Could not retrieve native window from "
-             "surface."},
-            {21,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(21, e, nullptr,
-                                                                                jlong{1});
-             },
-             "6 nativeSetNextTimestamp: Could not retrieve native window from surface."},
-            {22,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, jlong)>(22, e, nullptr,
-                                                                                jlong{1});
-             },
-             "6 nativeSetDequeueTimeout: Could not retrieve surface."},
-            {23, [&] { callSlot<ObjFn>(23, e, image); }, "2 nativeGetDataSpaceFromImage"},
-            {24, [&] { callSlot<ObjIntFn>(24, e, nullptr, 1); },
-             "6 nativeSetDataSpaceToSurface: Could not retrieve native window from surface."},
-            {25,
-             [&] {
-                 callSlot<int (*)(SurfaceNativeUtil*, JNIEnv*, jobject, int, int, int)>(
-                         25, e, nullptr, 1, 1, 1);
-             },
-             "2 nativeSetSurfaceMirror"},
-            {26, [&] { callSlot<ObjFn>(26, e, nullptr); },
-             "6 nativeDetectSurfaceType: Could not retrieve native window from surface."},
-            {27, [&] { callSlot<ObjFn>(27, e, nullptr); },
-             "6 nativeDetectSurfaceDataspace: Could not retrieve native window from surface."},
-            {28, [&] { callSlot<jlong (*)(SurfaceNativeUtil*, JNIEnv*, jobject)>(28, e, nullptr); },
-             "6 nativeDetectSurfaceUsageFlags: Could not retrieve native window from surface."},
-            {29, [&] { callSlot<ObjObjFn>(29, e, nullptr, nullptr); },
-             "5 nativeProduceFrameToHardwareBuffer: HardwareBuffer already released!!!"},
-    };
-    for (const Slot& slot : slots) {
-        host::clearCapturedLogs();
-        slot.call();
-        env->ExceptionClear();
-        std::vector<std::string> lines;
-        for (const host::LogLine& l : host::capturedLogs()) {
-            if (l.tag == kSurfaceTag) lines.push_back(std::to_string(l.priority) + " " + l.text);
-        }
-        EXPECT_NE(std::find(lines.begin(), lines.end(), slot.line), lines.end())
-                << "slot " << slot.index << " did not write \"" << slot.line << "\"";
-    }
+    const std::string noWindow = ": Could not retrieve native window from surface.";
+    checkSlot(2, &S::nativeDetectSurfaceDimens,
+              {"6 nativeDetectSurfaceDimens: Null dimens argument passed to "
+               "nativeDetectSurfaceDimens"},
+              nullptr, nullptr);
+    checkSlot(3, &S::nativeProduceFrame, {"6 nativeProduceFrame" + noWindow}, nullptr, nullptr, 1,
+              1, 1);
+    checkSlot(4, &S::nativeProduceFrameWithNV21, {"6 nativeProduceFrameWithNV21" + noWindow},
+              nullptr, 0, 1, 1);
+    checkSlot(5, &S::nativeSetSurfaceFormat, {"6 nativeSetSurfaceFormat" + noWindow}, nullptr, 1,
+              0);
+    checkSlot(6, &S::nativeSetSurfaceDimens, {"6 nativeSetSurfaceDimens" + noWindow}, nullptr, 1,
+              1);
+    checkSlot(7, &S::nativeSetSurfaceOrientation,
+              {"2 nativeSetSurfaceOrientation", "6 nativeSetSurfaceTransform" + noWindow}, nullptr,
+              1, 1);
+    checkSlot(8, &S::nativeGetJpegFooterSize, {"2 nativeGetJpegFooterSize"});
+    checkSlot(9, &S::nativeConvertFlexibleToNV21,
+              {"6 nativeConvertFlexibleToNV21: YUV_422_888 should have 3 planes."},
+              env->NewObjectArray(0, env->FindClass("java/lang/Object"), nullptr), nullptr, 1, 1,
+              env->NewIntArray(0), env->NewIntArray(0));
+    checkSlot(10, &S::nativeCreatePrivateSurface, {"2 nativeCreatePrivateSurface"}, nullptr);
+    checkSlot(11, &S::nativeSetScalingMode, {"6 nativeSetScalingMode" + noWindow}, nullptr, 1);
+    checkSlot(12, &S::nativeGetNativeContext, {"2 getNativeContext"}, image);
+    checkSlot(13, &S::nativeGetJpegSize, {"2 Image_getJpegSize"}, image);
+    checkSlot(14, &S::nativeGetBufferfromImage, {"2 nativeGetBufferfromImage"}, image);
+    checkSlot(15, &S::nativePutByteBufferFromImage, {"2 nativePutByteBufferFromImage"}, image,
+              bytes);
+    checkSlot(16, &S::nativePutByteBufferFromSurface,
+              {"6 nativePutByteBufferFromSurface: Surface is nullptr"}, nullptr, nullptr);
+    checkSlot(17, &S::nativeConnectSurface, {"6 nativeConnectSurface: Could not retrieve surface."},
+              nullptr);
+    checkSlot(18, &S::nativeDisconnectSurface, {"2 nativeDisconnectSurface"}, nullptr);
+    checkSlot(19, &S::nativeProduceFrameWithYuv420, {"6 nativeProduceFrameWithYuv420" + noWindow},
+              nullptr, nullptr);
+    checkSlot(20, &S::nativeProduceFrameWithNV21FromBuffer,
+              {"6 nativeProduceFrameWithNV21FromBuffer" + noWindow}, nullptr, nullptr, 1, 1, 1, 1);
+    checkSlot(21, &S::nativeSetNextTimestamp, {"6 nativeSetNextTimestamp" + noWindow}, nullptr, 1);
+    checkSlot(22, &S::nativeSetDequeueTimeout,
+              {"6 nativeSetDequeueTimeout: Could not retrieve surface."}, nullptr, 1);
+    checkSlot(23, &S::nativeGetDataSpaceFromImage, {"2 nativeGetDataSpaceFromImage"}, image);
+    checkSlot(24, &S::nativeSetDataSpaceToSurface, {"6 nativeSetDataSpaceToSurface" + noWindow},
+              nullptr, 1);
+    checkSlot(25, &S::nativeSetSurfaceMirror,
+              {"2 nativeSetSurfaceMirror", "6 nativeSetSurfaceTransform" + noWindow}, nullptr, 1, 1,
+              1);
+    checkSlot(26, &S::nativeDetectSurfaceType, {"6 nativeDetectSurfaceType" + noWindow}, nullptr);
+    checkSlot(27, &S::nativeDetectSurfaceDataspace, {"6 nativeDetectSurfaceDataspace" + noWindow},
+              nullptr);
+    checkSlot(28, &S::nativeDetectSurfaceUsageFlags, {"6 nativeDetectSurfaceUsageFlags" + noWindow},
+              nullptr);
+    checkSlot(29, &S::nativeProduceFrameToHardwareBuffer,
+              {"5 nativeProduceFrameToHardwareBuffer: HardwareBuffer already released!!!"}, nullptr,
+              nullptr);
 }
 
 }  // namespace
