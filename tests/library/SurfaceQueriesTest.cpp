@@ -3,9 +3,6 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 #include <hostcontrol/FaultInjection.h>
-#include <string.h>
-#include <testsupport/JniTest.h>
-#include <testsupport/TestSurface.h>
 
 #include <functional>
 #include <string>
@@ -30,126 +27,84 @@ protected:
     }
 };
 
-TEST_F(SurfaceQueriesTest, DimensFillTheFirstTwoElements) {
+// The array is checked before the Surface is looked up: no exception with a null Surface.
+TEST_F(SurfaceQueriesTest, DimensArgumentIsCheckedBeforeTheSurface) {
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, intArray({5})), -22);
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, nullptr), -22);
+    expectNoPendingException(env);
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
+              (std::vector<std::string>{
+                      "nativeDetectSurfaceDimens: Invalid length of dimens argument in "
+                      "nativeDetectSurfaceDimens",
+                      "nativeDetectSurfaceDimens: Null dimens argument passed to "
+                      "nativeDetectSurfaceDimens"}));
+}
+
+// The dimensions fill the first two elements of the array.
+TEST_F(SurfaceQueriesTest, ValuesOfTheConsumerAreReturned) {
     setLogLevel("V");
     TestSurfaceConfig config;
     config.width = 320;
     config.height = 240;
-    TestSurface ts = makeTestSurface(env, config);
-    jintArray dimens = intArray({-1, -1, 77});
-    host::resetFaultsAndCalls();
-    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), 0);
-    expectNoPendingException(env);
-    EXPECT_EQ(contents(dimens), (std::vector<jint>{320, 240, 77}));
-    EXPECT_EQ(host::recordedCalls(),
-              (std::vector<std::string>{"jni.android_view_Surface_getNativeWindow",
-                                        "window.query.WIDTH", "window.query.HEIGHT"}));
-    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE),
-              std::vector<std::string>{"nativeGetSurfaceDimens"});
-}
-
-TEST_F(SurfaceQueriesTest, DimensArgumentIsCheckedBeforeTheSurface) {
-    // A one-element array is refused even with a null Surface, and nothing is thrown.
-    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, intArray({5})), -22);
-    expectNoPendingException(env);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       "nativeDetectSurfaceDimens: Invalid length of dimens argument in "
-                       "nativeDetectSurfaceDimens"));
-    TestSurface ts = makeTestSurface(env);
-    host::resetFaultsAndCalls();
-    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, nullptr), -22);
-    expectNoPendingException(env);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       "nativeDetectSurfaceDimens: Null dimens argument passed to "
-                       "nativeDetectSurfaceDimens"));
-    EXPECT_TRUE(host::recordedCalls().empty());
-}
-
-TEST_F(SurfaceQueriesTest, FailedWidthQueryStopsBeforeTheHeight) {
-    TestSurface ts = makeTestSurface(env);
-    jintArray dimens = intArray({1, 2});
-    host::resetFaultsAndCalls();
-    host::injectFault("window.query.WIDTH", -19);
-    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), -19);
-    EXPECT_EQ(host::callCount("window.query.HEIGHT"), 0u);
-    EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
-    EXPECT_TRUE(logged(
-            kSurfaceTag, ANDROID_LOG_ERROR,
-            withError("nativeDetectSurfaceDimens: Error while querying surface width", -19)));
-
-    host::injectFault("window.query.HEIGHT", -110);
-    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), -110);
-    EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
-    EXPECT_TRUE(logged(
-            kSurfaceTag, ANDROID_LOG_ERROR,
-            withError("nativeDetectSurfaceDimens: Error while querying surface height", -110)));
-    expectNoPendingException(env);
-}
-
-// The three single-value queries share their frame; each is checked the same way.
-struct ValueQuery {
-    const char* name;
-    std::function<jlong(JNIEnv*, jobject)> call;
-    const char* faultPoint;
-    const char* errorPrefix;  // the error line before " <strerror> (<err>)."
-};
-
-std::vector<ValueQuery> valueQueries() {
-    return {
-            {"nativeDetectSurfaceType",
-             [](JNIEnv* e, jobject s) { return jlong{util()->nativeDetectSurfaceType(e, s)}; },
-             "window.query.FORMAT",
-             "nativeDetectSurfaceType: Error while querying surface pixel format"},
-            {"nativeDetectSurfaceDataspace",
-             [](JNIEnv* e, jobject s) { return jlong{util()->nativeDetectSurfaceDataspace(e, s)}; },
-             "window.query.DEFAULT_DATASPACE",
-             "nativeDetectSurfaceDataspace: Error while querying surface dataspace "},
-            {"nativeDetectSurfaceUsageFlags",
-             [](JNIEnv* e, jobject s) { return util()->nativeDetectSurfaceUsageFlags(e, s); },
-             "window.perform.GET_CONSUMER_USAGE64",
-             "nativeDetectSurfaceUsageFlags: Error while getting consumer usage "},
-    };
-}
-
-TEST_F(SurfaceQueriesTest, ValuesOfTheConsumerAreReturned) {
-    TestSurfaceConfig config;
     config.format = HAL_PIXEL_FORMAT_YCrCb_420_SP;
     config.dataspace = HAL_DATASPACE_V0_JFIF;
     config.consumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | (uint64_t{1} << 40);
     TestSurface ts = makeTestSurface(env, config);
-    std::vector<ValueQuery> queries = valueQueries();
-    EXPECT_EQ(queries[0].call(env, ts.javaSurface), HAL_PIXEL_FORMAT_YCrCb_420_SP);
-    EXPECT_EQ(queries[1].call(env, ts.javaSurface), HAL_DATASPACE_V0_JFIF);
+    jintArray dimens = intArray({-1, -1, 77});
+    host::resetFaultsAndCalls();
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), 0);
+    EXPECT_EQ(contents(dimens), (std::vector<jint>{320, 240, 77}));
+    EXPECT_EQ(host::recordedCalls(),
+              (std::vector<std::string>{"jni.android_view_Surface_getNativeWindow",
+                                        "window.query.WIDTH", "window.query.HEIGHT"}));
+    EXPECT_EQ(util()->nativeDetectSurfaceType(env, ts.javaSurface), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    EXPECT_EQ(util()->nativeDetectSurfaceDataspace(env, ts.javaSurface), HAL_DATASPACE_V0_JFIF);
     // Bits above 31 come back intact.
-    EXPECT_EQ(static_cast<uint64_t>(queries[2].call(env, ts.javaSurface)) & config.consumerUsage,
-              config.consumerUsage);
+    uint64_t usage = util()->nativeDetectSurfaceUsageFlags(env, ts.javaSurface);
+    EXPECT_EQ(usage & config.consumerUsage, config.consumerUsage);
     expectNoPendingException(env);
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE),
+              (std::vector<std::string>{"nativeGetSurfaceDimens", "nativeDetectSurfaceType",
+                                        "nativeDetectSurfaceDataspace",
+                                        "nativeDetectSurfaceUsageFlags"}));
 }
 
-TEST_F(SurfaceQueriesTest, EachQueryReportsAMissingWindowAndPlatformErrors) {
-    setLogLevel("V");
-    for (const ValueQuery& q : valueQueries()) {
-        SCOPED_TRACE(q.name);
-        host::clearCapturedLogs();
-        EXPECT_EQ(q.call(env, nullptr), -22);
-        expectPendingException(env, "java.lang.NullPointerException", "surface");
-        EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE), std::vector<std::string>{q.name});
-        EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
-                  std::vector<std::string>{std::string(q.name) +
-                                           ": Could not retrieve native window from surface."});
-
-        TestSurface ts = makeTestSurface(env);
+// A failing window request ends the query with its status (the sign kept, also when widened to
+// 64 bits) and its line, without an exception; the requests after it are not made.
+TEST_F(SurfaceQueriesTest, PlatformErrorsAreReturnedWithTheirLine) {
+    TestSurface ts = makeTestSurface(env);
+    jintArray dimens = intArray({1, 2});
+    const struct {
+        const char* fault;
+        std::function<jlong()> call;
+        const char* line;  // before " <strerror> (<err>)."
+    } cases[] = {
+            {"window.query.WIDTH",
+             [&] { return util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens); },
+             "nativeDetectSurfaceDimens: Error while querying surface width"},
+            {"window.query.HEIGHT",
+             [&] { return util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens); },
+             "nativeDetectSurfaceDimens: Error while querying surface height"},
+            {"window.query.FORMAT",
+             [&] { return util()->nativeDetectSurfaceType(env, ts.javaSurface); },
+             "nativeDetectSurfaceType: Error while querying surface pixel format"},
+            {"window.query.DEFAULT_DATASPACE",
+             [&] { return util()->nativeDetectSurfaceDataspace(env, ts.javaSurface); },
+             "nativeDetectSurfaceDataspace: Error while querying surface dataspace "},
+            {"window.perform.GET_CONSUMER_USAGE64",
+             [&] { return util()->nativeDetectSurfaceUsageFlags(env, ts.javaSurface); },
+             "nativeDetectSurfaceUsageFlags: Error while getting consumer usage "},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fault);
         host::resetFaultsAndCalls();
-        host::injectFault(q.faultPoint, -19);
-        EXPECT_EQ(q.call(env, ts.javaSurface), -19);  // sign kept, also when widened to 64 bits
+        host::injectFault(c.fault, -19);
+        EXPECT_EQ(c.call(), -19);
         expectNoPendingException(env);
-        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, withError(q.errorPrefix, -19)));
-
-        ts.releaseJavaSurface();
-        EXPECT_EQ(q.call(env, ts.javaSurface), -22);
-        expectPendingException(env, "java.lang.IllegalArgumentException",
-                               "Surface had no valid native window.");
+        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, withError(c.line, -19)));
+        EXPECT_EQ(host::recordedCalls().back(), c.fault);
     }
+    EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
 }
 
 }  // namespace
