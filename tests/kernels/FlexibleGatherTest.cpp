@@ -232,9 +232,7 @@ TEST_P(FlexibleGatherTest, MatchesScalarRuleInsideFencedPlanes) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllVariants, FlexibleGatherTest, ::testing::ValuesIn(allVariants()),
-                         [](const ::testing::TestParamInfo<KernelVariant>& info) {
-                             return variantLabel(info.param);
-                         });
+                         variantLabel);
 
 }  // namespace
 }  // namespace nuvra::kernels::test

@@ -70,9 +70,7 @@ TEST_P(HighBytesTest, MatchesScalarInsideFencedBuffers) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllVariants, HighBytesTest, ::testing::ValuesIn(allVariants()),
-                         [](const ::testing::TestParamInfo<KernelVariant>& info) {
-                             return variantLabel(info.param);
-                         });
+                         variantLabel);
 
 }  // namespace
 }  // namespace nuvra::kernels::test

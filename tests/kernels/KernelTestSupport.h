@@ -2,6 +2,7 @@
 // what each kernel must write (floating-point floors, pixel by pixel), and the variants to run.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -137,9 +138,10 @@ inline std::vector<KernelVariant> allVariants() {
             KernelVariant::NEON};
 }
 
-// Test names: unsupported variants run the scalar rows and are marked as such.
-inline std::string variantLabel(KernelVariant v) {
-    return std::string(variantName(v)) + (variantSupported(v) ? "" : "_Fallback");
+// Test names of the suites over allVariants(): unsupported variants run the scalar rows and are
+// marked as such.
+inline std::string variantLabel(const ::testing::TestParamInfo<KernelVariant>& info) {
+    return std::string(variantName(info.param)) + (variantSupported(info.param) ? "" : "_Fallback");
 }
 
 enum class Fill { Random, Extremes, Black, White };
@@ -147,20 +149,10 @@ enum class Fill { Random, Extremes, Black, White };
 inline void fillBytes(uint8_t* p, size_t n, Fill fill, std::mt19937& rng) {
     std::uniform_int_distribution<int> byte(0, 255);
     for (size_t i = 0; i < n; ++i) {
-        switch (fill) {
-            case Fill::Random:
-                p[i] = static_cast<uint8_t>(byte(rng));
-                break;
-            case Fill::Extremes:
-                p[i] = (byte(rng) & 1) ? 255 : 0;
-                break;
-            case Fill::Black:
-                p[i] = 0;
-                break;
-            case Fill::White:
-                p[i] = 255;
-                break;
-        }
+        const int b = fill == Fill::Random     ? byte(rng)
+                      : fill == Fill::Extremes ? (byte(rng) & 1) * 255
+                                               : 0;
+        p[i] = static_cast<uint8_t>(fill == Fill::White ? 255 : b);
     }
 }
 
