@@ -1,6 +1,5 @@
-// Helpers of the host OpenCL driver's tests: the driver loaded as the library loads it, its
-// entry points, and one context with the tests' program, built once per process (PoCL compiles
-// slowly).
+// Helpers of the host OpenCL driver's tests (the driver loaded as the library loads it, a context
+// with the tests' program) and of the GPU conversion's (compressed NV12 pictures and buffers).
 #pragma once
 
 #define CL_TARGET_OPENCL_VERSION 300
@@ -21,12 +20,14 @@
 
 namespace hosttest {
 
-// The entry points the tests call, resolved from one driver library opened as the library opens
-// it.
-struct ClDriver {
-    void* handle;
-    explicit ClDriver(const std::string& path)
-        : handle(dlopen(path.c_str(), RTLD_NOW | RTLD_GLOBAL)) {}
+inline const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
+
+// The vendor driver opened as the library opens it, its entry points that the tests call, and a
+// context on its one device with a queue and a program built from `source`. get() is the one
+// shared by the tests of the process, built once since PoCL compiles slowly, and never destroyed:
+// the driver stays loaded for the whole process.
+struct ClSession {
+    void* handle = dlopen(kVendorDriver.c_str(), RTLD_NOW | RTLD_GLOBAL);
 
     template <typename F>
     F resolve(const char* name) const {
@@ -37,12 +38,10 @@ struct ClDriver {
     HOSTTEST_CL_ENTRY(clGetDeviceIDs);
     HOSTTEST_CL_ENTRY(clGetDeviceInfo);
     HOSTTEST_CL_ENTRY(clCreateContext);
-    HOSTTEST_CL_ENTRY(clReleaseContext);
     HOSTTEST_CL_ENTRY(clCreateCommandQueue);
-    HOSTTEST_CL_ENTRY(clReleaseCommandQueue);
     HOSTTEST_CL_ENTRY(clCreateProgramWithSource);
     HOSTTEST_CL_ENTRY(clBuildProgram);
-    HOSTTEST_CL_ENTRY(clReleaseProgram);
+    HOSTTEST_CL_ENTRY(clGetProgramBuildInfo);
     HOSTTEST_CL_ENTRY(clCreateKernel);
     HOSTTEST_CL_ENTRY(clReleaseKernel);
     HOSTTEST_CL_ENTRY(clSetKernelArg);
@@ -53,51 +52,29 @@ struct ClDriver {
     HOSTTEST_CL_ENTRY(clGetImageInfo);
     HOSTTEST_CL_ENTRY(clCreateBuffer);
     HOSTTEST_CL_ENTRY(clEnqueueReadBuffer);
-    HOSTTEST_CL_ENTRY(clEnqueueMapImage);
-    HOSTTEST_CL_ENTRY(clEnqueueUnmapMemObject);
     HOSTTEST_CL_ENTRY(clCreateSampler);
     HOSTTEST_CL_ENTRY(clReleaseSampler);
     HOSTTEST_CL_ENTRY(clGetDeviceImageInfoQCOM);
     HOSTTEST_CL_ENTRY(clGetExtensionFunctionAddress);
     HOSTTEST_CL_ENTRY(clCreateFromGLBuffer);
-    HOSTTEST_CL_ENTRY(clGetGLContextInfoKHR);
-    HOSTTEST_CL_ENTRY(clGetProgramBuildInfo);
 #undef HOSTTEST_CL_ENTRY
-};
-
-inline const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
-
-// A driver loaded as the library loads it, a context on its one device, a queue, and a program
-// built from `sources`. get() is the one shared by the tests of the process (with the tests'
-// kernels and the library's), built once since PoCL compiles slowly.
-struct ClSession {
-    ClDriver cl;
     cl_platform_id platform = nullptr;
     cl_device_id device = nullptr;
     cl_context context = nullptr;
     cl_command_queue queue = nullptr;
     cl_program program = nullptr;
 
-    ClSession(const std::string& driver, std::vector<const char*> sources) : cl(driver) {
-        cl.clGetPlatformIDs(1, &platform, nullptr);
-        cl.clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr);
-        context = cl.clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
-        queue = cl.clCreateCommandQueue(context, device, 0, nullptr);
-        program = cl.clCreateProgramWithSource(context, cl_uint(sources.size()), sources.data(),
-                                               nullptr, nullptr);
-        if (cl.clBuildProgram(program, 1, &device, "", nullptr, nullptr) != CL_SUCCESS) {
+    explicit ClSession(const char* source) {
+        clGetPlatformIDs(1, &platform, nullptr);
+        clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr);
+        context = clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
+        queue = clCreateCommandQueue(context, device, 0, nullptr);
+        program = clCreateProgramWithSource(context, 1, &source, nullptr, nullptr);
+        if (clBuildProgram(program, 1, &device, "", nullptr, nullptr) != CL_SUCCESS) {
             char log[8192] = {};
-            cl.clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log), log,
-                                     nullptr);
+            clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log), log, nullptr);
             ADD_FAILURE() << log;
         }
-    }
-    // Releases everything and closes the driver, as the library's converter does.
-    ~ClSession() {
-        cl.clReleaseProgram(program);
-        cl.clReleaseCommandQueue(queue);
-        cl.clReleaseContext(context);
-        dlclose(cl.handle);
     }
 
     static ClSession& get();
@@ -121,19 +98,37 @@ struct Nv12Picture {
 
 inline Nv12Picture makePicture(uint32_t width, uint32_t height, bool smooth, uint32_t seed) {
     Nv12Picture p{width, height, {}};
-    const size_t size = size_t{width} * height + size_t{p.chromaWidth()} * ((height + 1) / 2);
+    const size_t luma = size_t{width} * height;
+    p.bytes.resize(luma + size_t{p.chromaWidth()} * ((height + 1) / 2));
     std::mt19937 rng(seed);
-    p.bytes.resize(size);
-    for (size_t i = 0; i < size; ++i) {
-        // Smooth: gentle ramps with a little noise, as much of a camera picture is.
-        const size_t row =
-                i < size_t{width} * height ? i / width : (i - width * height) / p.chromaWidth();
-        const size_t col =
-                i < size_t{width} * height ? i % width : (i - width * height) % p.chromaWidth();
-        const size_t t = (row / 4 + col / 8) % 400;  // a gentle ramp folded back at 200
+    for (size_t i = 0; i < p.bytes.size(); ++i) {
+        // Smooth: gentle ramps folded back at 200 with a little noise, as much of a camera
+        // picture is.
+        const size_t pitch = i < luma ? width : p.chromaWidth(), at = i < luma ? i : i - luma;
+        const size_t t = (at / pitch / 4 + at % pitch / 8) % 400;
         p.bytes[i] = smooth ? uint8_t(20 + (t < 200 ? t : 399 - t) + rng() % 2) : uint8_t(rng());
     }
     return p;
+}
+
+// NV21 as the library's kernel gives it from `p`: the luma of every whole 2x2 block, and the
+// Cr, Cb of each block's top-left pixel; an odd last column and row are not compared.
+inline void expectNv21Of(const Nv12Picture& p, const std::vector<uint8_t>& nv21) {
+    const uint32_t w = p.width, h = p.height;
+    size_t lumaMismatches = 0, chromaMismatches = 0;
+    for (uint32_t r = 0; r < h / 2 * 2; ++r) {
+        for (uint32_t x = 0; x < w / 2 * 2; ++x)
+            lumaMismatches += nv21[size_t{r} * w + x] != p.y(x, r);
+    }
+    const uint8_t* vu = nv21.data() + size_t{w} * h;
+    for (uint32_t r = 0; r < h / 2; ++r) {
+        for (uint32_t k = 0; k < w / 2; ++k) {
+            chromaMismatches += vu[size_t{r} * w + 2 * k] != p.cr(2 * k, 2 * r);
+            chromaMismatches += vu[size_t{r} * w + 2 * k + 1] != p.cb(2 * k, 2 * r);
+        }
+    }
+    EXPECT_EQ(lumaMismatches, 0u);
+    EXPECT_EQ(chromaMismatches, 0u);
 }
 
 // A compressed NV12 buffer holding `picture`.
@@ -157,20 +152,21 @@ inline cl_mem_android_native_buffer_host_ptr nativeBufferRecord(android::Graphic
     return record;
 }
 
-constexpr cl_mem_flags kNativeBufferFlags =
-        CL_MEM_EXT_HOST_PTR_QCOM | CL_MEM_USE_HOST_PTR | CL_MEM_READ_ONLY;
-
 // A 2D image of a Qualcomm format over a native buffer, or a plane image of `parent`.
 inline cl_mem qcomImage(cl_uint order, size_t width, size_t height, void* record, cl_mem parent,
-                        cl_int* status, ClSession& s = ClSession::get()) {
+                        cl_int* status) {
+    ClSession& s = ClSession::get();
     const cl_image_format format = {order, CL_UNORM_INT8};
     cl_image_desc desc{};
     desc.image_type = CL_MEM_OBJECT_IMAGE2D;
     desc.image_width = width;
     desc.image_height = height;
     desc.mem_object = parent;
-    return s.cl.clCreateImage(s.context, parent ? CL_MEM_WRITE_ONLY : kNativeBufferFlags, &format,
-                              &desc, parent ? nullptr : record, status);
+    return s.clCreateImage(
+            s.context,
+            parent ? CL_MEM_WRITE_ONLY
+                   : CL_MEM_EXT_HOST_PTR_QCOM | CL_MEM_USE_HOST_PTR | CL_MEM_READ_ONLY,
+            &format, &desc, parent ? nullptr : record, status);
 }
 
 }  // namespace hosttest

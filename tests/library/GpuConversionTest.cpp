@@ -68,15 +68,13 @@ std::string clError(int line, const char* call, const char* status, int code) {
            std::to_string(code) + ")";
 }
 
-bool logged(const std::string& line) {
-    const std::vector<std::string> all = lines(kConvTag);
-    return std::find(all.begin(), all.end(), line) != all.end();
-}
-
-bool hasErrorLine(const std::string& tail) {
+// Whether the converter logged `line` at error level: as it is, or, for the error line of an
+// OpenCL call (from clError), after the unit's source path.
+bool loggedError(const std::string& line) {
     for (const std::string& l : lines(kConvTag)) {
-        if (l.rfind("6 ", 0) == 0 &&
-            l.find("qcom/FormatConverter.cpp" + tail) != std::string::npos) {
+        if (line[0] == '[' ? l.rfind("6 ", 0) == 0 &&
+                                     l.find("qcom/FormatConverter.cpp" + line) != std::string::npos
+                           : l == "6 " + line) {
             return true;
         }
     }
@@ -105,7 +103,9 @@ private:
 
 // ---- the loader ----
 
-TEST_F(GpuTest, LoaderOpensTheVendorLibraryAndUnloadsOnce) {
+// Without the vendor library, the system one after the attempts in order. It converts as well, and
+// nothing keeps it loaded once the converter is gone: the next converter loads it afresh.
+TEST_F(GpuTest, LoaderOpensTheVendorLibraryOrFallsBackToTheSystemOneInOrder) {
     host::setProperty("log.tag.VANTORA_CAMERA", "I");
     wrapper::unloadOpenCl();  // without a load: nothing
     wrapper::loadOpenCl();
@@ -120,25 +120,36 @@ TEST_F(GpuTest, LoaderOpensTheVendorLibraryAndUnloadsOnce) {
     wrapper::unloadOpenCl();  // twice: nothing
     // The pointers are left as they were.
     EXPECT_NE(wrapper::clGetPlatformIDs, nullptr);
-
     // The warnings and the info line follow the gate.
     host::clearCapturedLogs();
     host::setProperty("log.tag.VANTORA_CAMERA", "W");
     wrapper::loadOpenCl();
     EXPECT_TRUE(lines(kClTag).empty());
-}
+    wrapper::unloadOpenCl();
 
-TEST_F(GpuTest, LoaderFallsBackToTheSystemLibraryInOrder) {
+    host::setProperty("log.tag.VANTORA_CAMERA", "I");
     host::setSphalSearchPath({"/nonexistent-vendor"});
     gSystemLibraryVisible = true;
-    wrapper::loadOpenCl();
-    EXPECT_EQ(lines(kClTag), (std::vector<std::string>{
-                                     "5 Unable to load libOpenCL.so from sphal",
-                                     "5 Unable to load libOpenCL.so from default",
-                                     "5 Unable to load libOpenCL_system.so from sphal",
-                                     "4 OpenCL loaded.",
-                             }));
-    EXPECT_NE(wrapper::libopencl, nullptr);
+    const hosttest::Nv12Picture picture = hosttest::makePicture(64, 32, true, 7);
+    for (int round = 0; round < 2; ++round) {
+        host::clearCapturedLogs();
+        {
+            vantora::FormatConverter converter;
+            EXPECT_EQ(lines(kClTag), (std::vector<std::string>{
+                                             "5 Unable to load libOpenCL.so from sphal",
+                                             "5 Unable to load libOpenCL.so from default",
+                                             "5 Unable to load libOpenCL_system.so from sphal",
+                                             "4 OpenCL loaded.",
+                                     }));
+            std::vector<uint8_t> dst(64 * 32 * 3 / 2);
+            ASSERT_TRUE(converter.convert(hosttest::compressedBuffer(picture)->getNativeBuffer(),
+                                          64, 32, kCompressed, dst.data()));
+            hosttest::expectNv21Of(picture, dst);
+        }
+        EXPECT_EQ(dlopen(HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so", RTLD_NOW | RTLD_NOLOAD),
+                  nullptr)
+                << "still loaded after round " << round;
+    }
 }
 
 TEST_F(GpuTest, LoaderAbortsWithoutALibraryOrAnEntryPoint) {
@@ -175,37 +186,31 @@ TEST_F(GpuTest, AllocatorMakesAVenusNv21BufferAndItsRecord) {
 
 // ---- the converter ----
 
-// NV21 as the kernel's contract gives it: luma of every whole 2x2 block, and the Cr, Cb of each
-// block's top-left pixel; the last odd column and row are left as `dst` held them.
-void expectConverted(const hosttest::Nv12Picture& p, const std::vector<uint8_t>& dst) {
-    const uint32_t w = p.width, h = p.height, bw = w / 2 * 2, bh = h / 2 * 2;
-    size_t lumaMismatches = 0, chromaMismatches = 0;
-    for (uint32_t r = 0; r < bh; ++r) {
-        for (uint32_t x = 0; x < bw; ++x) lumaMismatches += dst[size_t{r} * w + x] != p.y(x, r);
-    }
-    const uint8_t* vu = dst.data() + size_t{w} * h;
-    for (uint32_t r = 0; r < h / 2; ++r) {
-        for (uint32_t k = 0; k < w / 2; ++k) {
-            chromaMismatches += vu[size_t{r} * w + 2 * k] != p.cr(2 * k, 2 * r);
-            chromaMismatches += vu[size_t{r} * w + 2 * k + 1] != p.cb(2 * k, 2 * r);
-        }
-    }
-    EXPECT_EQ(lumaMismatches, 0u);
-    EXPECT_EQ(chromaMismatches, 0u);
-}
-
-TEST_F(GpuTest, ConverterDecompressesFramesIntoPackedNv21) {
+TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailure) {
     host::setProperty("log.tag.VANTORA_CAMERA", "V");
     vantora::FormatConverter converter;
     ASSERT_TRUE(converter.isInitialized());
     EXPECT_TRUE(converter.isSupportedFormat(kCompressed));
     EXPECT_FALSE(converter.isSupportedFormat(HAL_PIXEL_FORMAT_YCrCb_420_SP));
-    struct Case {
+    // The intermediate buffer: the row pitch wide, 1.5 times the rows rounded up to 32 high.
+    const cl_image_format nv12{CL_QCOM_NV12, CL_UNORM_INT8};
+    for (auto [rows, expected] :
+         {std::pair<size_t, size_t>{3000, 4512}, {1080, 1632}, {1088, 1632}}) {
+        cl_image_desc desc{};
+        desc.image_type = CL_MEM_OBJECT_IMAGE2D;
+        desc.image_width = 1920;
+        desc.image_height = rows;
+        size_t width = 0, height = 0;
+        converter.calculateGraphicBufferDimension(nv12, desc, width, height);
+        EXPECT_EQ(height, expected);
+        EXPECT_GE(width, 1920u);
+    }
+    struct Size {
         uint32_t width, height;
         bool smooth;
     };
-    for (const Case& c :
-         {Case{64, 48, false}, Case{33, 17, false}, Case{320, 240, true}, Case{4032, 3024, true}}) {
+    for (Size c : {Size{64, 48, false}, Size{33, 17, false}, Size{2, 2, false},
+                   Size{320, 240, true}, Size{4032, 3024, true}}) {
         SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
         hosttest::Nv12Picture picture = hosttest::makePicture(c.width, c.height, c.smooth, 5);
         sp<GraphicBuffer> buffer = hosttest::compressedBuffer(picture);
@@ -213,20 +218,14 @@ TEST_F(GpuTest, ConverterDecompressesFramesIntoPackedNv21) {
         host::clearCapturedLogs();
         ASSERT_TRUE(converter.convert(buffer->getNativeBuffer(), c.width, c.height, kCompressed,
                                       dst.data()));
-        expectConverted(picture, dst);
-        const std::vector<std::string> log = lines(kConvTag);
-        ASSERT_FALSE(log.empty());
-        EXPECT_EQ(log.back(), "4 convert: processing done");
+        hosttest::expectNv21Of(picture, dst);
+        EXPECT_EQ(lines(kConvTag).back(), "4 convert: processing done");
     }
-}
 
-TEST_F(GpuTest, ConverterRefusesOtherFormatsAndReleasesWhatItMade) {
-    vantora::FormatConverter converter;
-    ASSERT_TRUE(converter.isInitialized());
+    host::setProperty("log.tag.VANTORA_CAMERA", "I");
     hosttest::Nv12Picture picture = hosttest::makePicture(16, 16, false, 1);
     sp<GraphicBuffer> buffer = hosttest::compressedBuffer(picture);
     std::vector<uint8_t> dst(16 * 16 * 3 / 2);
-    host::setProperty("log.tag.VANTORA_CAMERA", "I");
     host::clearCapturedLogs();
     host::clearRecordedCalls();
     EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, 17, dst.data()));
@@ -239,7 +238,7 @@ TEST_F(GpuTest, ConverterRefusesOtherFormatsAndReleasesWhatItMade) {
     EXPECT_EQ(host::callCount("opencl.clReleaseKernel"), 1u);
     EXPECT_EQ(host::callCount("opencl.clCreateImage"), 0u);
 
-    // A failing call: its line and status name, and every object made so far released.
+    // A failing call: its line (and status name), and every image made so far released.
     struct Failure {
         const char* point;
         int status;
@@ -249,12 +248,17 @@ TEST_F(GpuTest, ConverterRefusesOtherFormatsAndReleasesWhatItMade) {
     const Failure failures[] = {
             {"opencl.clCreateKernel", CL_INVALID_KERNEL_NAME,
              clError(190, "clCreateKernel", "CL_INVALID_KERNEL_NAME", -46), 0},
+            {"opencl.clCreateImage", CL_INVALID_IMAGE_SIZE,
+             clError(226, "clCreateImage", "CL_INVALID_IMAGE_SIZE", -40), 0},
+            {"buffer.allocate", android::NO_MEMORY,
+             "convert[260] : failed to allocate graphic buffer", 1},
             {"opencl.clCreateSampler", CL_OUT_OF_RESOURCES,
              clError(320, "clCreateSampler", "CL_OUT_OF_RESOURCES", -5), 4},
             {"opencl.clEnqueueNDRangeKernel", -25, clError(342, "clEnqueueNDRangeKernel", "", -25),
              4},
             {"opencl.clEnqueueMapImage", 7,
              clError(367, "clEnqueueMapImage", "Unspecified Error", 7), 4},
+            {"buffer.lock", android::BAD_VALUE, "convert: fail to lock graphic buffer for y", 4},
     };
     for (const Failure& f : failures) {
         SCOPED_TRACE(f.point);
@@ -262,29 +266,18 @@ TEST_F(GpuTest, ConverterRefusesOtherFormatsAndReleasesWhatItMade) {
         host::clearRecordedCalls();
         host::injectFault(f.point, f.status);
         EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, kCompressed, dst.data()));
-        EXPECT_TRUE(hasErrorLine(f.line));
+        EXPECT_TRUE(loggedError(f.line));
         EXPECT_EQ(host::callCount("opencl.clReleaseMemObject"), f.imagesReleased);
         EXPECT_EQ(lines(kConvTag).back(), "4 convert: processing failed");
         host::clearFaults();
     }
-
-    // The intermediate buffer cannot be allocated, or locked for the copy-out.
-    host::clearCapturedLogs();
-    host::injectFault("buffer.allocate", android::NO_MEMORY);
-    EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, kCompressed, dst.data()));
-    EXPECT_TRUE(logged("6 convert[260] : failed to allocate graphic buffer"));
-    host::clearFaults();
-    host::clearCapturedLogs();
-    host::injectFault("buffer.lock", android::BAD_VALUE);
-    EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, kCompressed, dst.data()));
-    EXPECT_TRUE(logged("6 convert: fail to lock graphic buffer for y"));
 }
 
 TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
     struct Case {
         const char* point;
         int status;
-        std::string line;  // the one error line, after "6 "
+        std::string line;  // the one error line
     };
     const Case cases[] = {
             {host::kOpenClDropOtherImage, 1,
@@ -314,37 +307,14 @@ TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
             vantora::FormatConverter converter;
             EXPECT_FALSE(converter.isInitialized());
         }
-        const std::vector<std::string> log = lines(kConvTag);
-        ASSERT_EQ(log.size(), 1u);
-        if (c.line[0] == '[') {
-            EXPECT_TRUE(hasErrorLine(c.line)) << log[0];
-        } else {
-            EXPECT_EQ(log[0], "6 " + c.line);
-        }
+        ASSERT_EQ(lines(kConvTag).size(), 1u);
+        EXPECT_TRUE(loggedError(c.line)) << lines(kConvTag)[0];
         // The destructor released what was made (no device when none was found) and unloaded
         // OpenCL.
         EXPECT_EQ(host::callCount("opencl.clReleaseDevice"),
                   c.point == std::string(host::kOpenClNoGpu) ? 0u : 1u);
         EXPECT_EQ(wrapper::libopencl, nullptr);
         host::clearFaults();
-    }
-}
-
-TEST_F(GpuTest, GraphicBufferDimensionFromTheRowPitch) {
-    host::setProperty("log.tag.VANTORA_CAMERA", "I");
-    vantora::FormatConverter converter;
-    ASSERT_TRUE(converter.isInitialized());
-    const cl_image_format nv12{CL_QCOM_NV12, CL_UNORM_INT8};
-    for (auto [rows, expected] :
-         {std::pair<size_t, size_t>{3000, 4512}, {1080, 1632}, {1088, 1632}}) {
-        cl_image_desc desc{};
-        desc.image_type = CL_MEM_OBJECT_IMAGE2D;
-        desc.image_width = 1920;
-        desc.image_height = rows;
-        size_t width = 0, height = 0;
-        converter.calculateGraphicBufferDimension(nv12, desc, width, height);
-        EXPECT_EQ(height, expected);
-        EXPECT_GE(width, 1920u);
     }
 }
 
