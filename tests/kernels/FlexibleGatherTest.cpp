@@ -129,25 +129,12 @@ struct Frame {
 
 Frame randomFrame(std::mt19937& rng) {
     auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
+    // A single column, a single row, long rows past every vector block, or anything (7 in 10).
+    const int kSizes[4][4] = {{1, 1, 1, 40}, {1, 300, 1, 1}, {100, 700, 2, 7}, {2, 140, 2, 9}};
+    const int* size = kSizes[std::min(pick(0, 9), 3)];
     Frame f{};
-    switch (pick(0, 9)) {
-        case 0:  // a single column
-            f.width = 1;
-            f.height = pick(1, 40);
-            break;
-        case 1:  // a single row
-            f.width = pick(1, 300);
-            f.height = 1;
-            break;
-        case 2:  // long rows, past every vector block
-            f.width = pick(100, 700);
-            f.height = pick(2, 7);
-            break;
-        default:
-            f.width = pick(2, 140);
-            f.height = pick(2, 9);
-            break;
-    }
+    f.width = pick(size[0], size[1]);
+    f.height = pick(size[2], size[3]);
     const int pairs = f.width / 2;
     const int sign = pick(0, 3) == 0 ? -1 : 1;
     f.yRowStride = sign * (f.width + (pick(0, 2) == 0 ? 0 : pick(-f.width, 19)));

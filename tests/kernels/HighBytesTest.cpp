@@ -18,23 +18,17 @@ TEST_P(HighBytesTest, KeepsTheHighByteOfEachLittleEndianWord) {
     // Words 0x1234, 0xABCD, 0x00FF, 0xFF00, 0x8001 (luma) and 0x7F80, 0x0102 (chroma).
     const uint8_t luma[] = {0x34, 0x12, 0xCD, 0xAB, 0xFF, 0x00, 0x00, 0xFF, 0x01, 0x80};
     const uint8_t chroma[] = {0x80, 0x7F, 0x02, 0x01};
-    struct {
-        size_t pixels;
-        std::vector<uint8_t> expected;
-    } cases[] = {
-            {5, {0x12, 0xAB, 0x00, 0xFF, 0x80, 0x7F, 0x01}},
-            {4, {0x12, 0xAB, 0x00, 0xFF, 0x7F, 0x01}},
-            {3, {0x12, 0xAB, 0x00, 0x7F}},
-            {1, {0x12}},  // a single pixel has no chroma sample
-            {0, {}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.pixels);
-        std::vector<uint8_t> out(c.expected.size() + 1, kCanary);
-        extractHighByteFrame(GetParam(), out.data(), luma, chroma, c.pixels);
+    const uint8_t lumaHigh[] = {0x12, 0xAB, 0x00, 0xFF, 0x80}, chromaHigh[] = {0x7F, 0x01};
+    // Frames of n pixels: n luma samples, then n / 2 chroma (none for a single pixel).
+    for (size_t pixels : {5, 4, 3, 1, 0}) {
+        SCOPED_TRACE(pixels);
+        std::vector<uint8_t> expected(lumaHigh, lumaHigh + pixels);
+        expected.insert(expected.end(), chromaHigh, chromaHigh + pixels / 2);
+        std::vector<uint8_t> out(expected.size() + 1, kCanary);
+        extractHighByteFrame(GetParam(), out.data(), luma, chroma, pixels);
         EXPECT_EQ(out.back(), kCanary);
         out.pop_back();
-        EXPECT_EQ(out, c.expected);
+        EXPECT_EQ(out, expected);
     }
 }
 
