@@ -25,8 +25,10 @@ TEST_F(ImageHelpersTest, JpegSizeOfANullRecordIsFatal) {
     EXPECT_DEATH(Image_getJpegSize(nullptr, false), "Input buffer is nullptr!!!");
 }
 
+// A plane of (type, offset in bits, size in bits) components; offset and stride matter only to
+// the layouts that are accepted.
 PlaneLayout plane(std::vector<std::tuple<PlaneLayoutComponentType, int, int>> components,
-                  int64_t offset, int64_t increment, int64_t stride) {
+                  int64_t increment, int64_t offset = 0, int64_t stride = 256) {
     PlaneLayout p;
     for (auto [type, offsetInBits, sizeInBits] : components) {
         p.components.push_back(host::planeLayoutComponent(type, offsetInBits, sizeInBits));
@@ -41,95 +43,54 @@ constexpr auto Y = PlaneLayoutComponentType::Y;
 constexpr auto CB = PlaneLayoutComponentType::CB;
 constexpr auto CR = PlaneLayoutComponentType::CR;
 
-struct P010Case {
-    const char* name;
-    std::vector<PlaneLayout> layouts;
-    android::status_t mapperStatus;
-    android::status_t expected;
-    const char* error;  // the refusal's line after "extractP010Gralloc4PlaneLayout: "
-    int dumped;         // layouts dumped before the answer
-};
-
+// Each layout is dumped at verbose level before it is checked: a refusal ends the dumps.
 TEST_F(ImageHelpersTest, P010PlaneLayoutsAreCheckedComponentByComponent) {
-    const PlaneLayout luma = plane({{Y, 6, 10}}, 0, 16, 256);
-    const PlaneLayout chroma = plane({{CB, 6, 10}, {CR, 22, 10}}, 8192, 32, 384);
-    const P010Case cases[] = {
-            {"luma and chroma", {luma, chroma}, 0, 0, nullptr, 2},
-            {"Cr listed first",
-             {chroma, plane({{CR, 22, 10}, {CB, 6, 10}}, 8192, 32, 384), luma},
-             0,
-             0,
-             nullptr,
-             3},
-            {"no layouts", {}, 0, 0, nullptr, 0},
-            {"mapper error", {luma}, -12, -12, "get plain layouts failed!(-12)", 0},
-            {"8-bit samples",
-             {plane({{Y, 0, 8}}, 0, 8, 256)},
-             0,
-             -22,
-             "sizeInBits(8) of one of plane layout components is not 10",
-             1},
-            {"second component's size",
-             {luma, plane({{CB, 6, 10}, {CR, 22, 12}}, 8192, 32, 384)},
-             0,
-             -22,
-             "sizeInBits(12) of one of plane layout components is not 10",
-             2},
-            {"luma increment",
-             {plane({{Y, 6, 10}}, 0, 8, 256)},
-             0,
-             -22,
+    const PlaneLayout luma = plane({{Y, 6, 10}}, 16);
+    const PlaneLayout chroma = plane({{CB, 6, 10}, {CR, 22, 10}}, 32, 8192, 384);
+    const struct {
+        std::vector<PlaneLayout> layouts;
+        const char* error;  // the refusal's line after "extractP010Gralloc4PlaneLayout: "
+        int dumped = -1;    // layouts dumped before the answer; -1: all of them
+        android::status_t mapperStatus = 0;
+    } cases[] = {
+            {{luma, chroma}, nullptr},
+            {{chroma, plane({{CR, 22, 10}, {CB, 6, 10}}, 32, 8192, 384), luma}, nullptr},
+            {{}, nullptr},
+            {{luma}, "get plain layouts failed!(-12)", 0, -12},
+            {{plane({{Y, 0, 8}}, 8)}, "sizeInBits(8) of one of plane layout components is not 10"},
+            {{luma, plane({{CB, 6, 10}, {CR, 22, 12}}, 32)},
+             "sizeInBits(12) of one of plane layout components is not 10"},
+            {{plane({{Y, 6, 10}}, 8), chroma},
              "sampleIncrementInBits(8) of y plane layout is not 16",
              1},
-            {"luma offset",
-             {plane({{Y, 0, 10}}, 0, 16, 256)},
-             0,
-             -22,
-             "offsetInBits(0) of y component is not 6",
-             1},
-            {"chroma increment",
-             {luma, plane({{CB, 6, 10}, {CR, 22, 10}}, 8192, 16, 384)},
-             0,
-             -22,
-             "sampleIncrementInBits(16) of cbcr plane layout is not 32",
-             2},
-            {"Cb offset",
-             {plane({{CB, 22, 10}, {CR, 6, 10}}, 8192, 32, 384)},
-             0,
-             -22,
-             "offsetInBits(22) of cb component is not 6",
-             1},
-            {"Cr offset",
-             {plane({{CR, 6, 10}, {CB, 22, 10}}, 8192, 32, 384)},
-             0,
-             -22,
-             "offsetInBits(6) of cr component is not 22",
-             1},
-            {"RGB components",
-             {plane({{PlaneLayoutComponentType::R, 0, 10},
+            {{plane({{Y, 0, 10}}, 16)}, "offsetInBits(0) of y component is not 6"},
+            {{luma, plane({{CB, 6, 10}, {CR, 22, 10}}, 16)},
+             "sampleIncrementInBits(16) of cbcr plane layout is not 32"},
+            {{plane({{CB, 22, 10}, {CR, 6, 10}}, 32)}, "offsetInBits(22) of cb component is not 6"},
+            {{plane({{CR, 6, 10}, {CB, 22, 10}}, 32)}, "offsetInBits(6) of cr component is not 22"},
+            {{plane({{PlaneLayoutComponentType::R, 0, 10},
                      {PlaneLayoutComponentType::G, 10, 10},
                      {PlaneLayoutComponentType::B, 20, 10}},
-                    0, 32, 256)},
-             0,
-             -22,
-             "unknown components(7168)",
-             1},
-            {"no components", {plane({}, 0, 16, 256)}, 0, -22, "unknown components(0)", 1},
-            {"Cb alone", {plane({{CB, 6, 10}}, 0, 32, 256)}, 0, -22, "unknown components(2)", 1},
+                    32)},
+             "unknown components(7168)"},
+            {{plane({}, 16)}, "unknown components(0)"},
+            {{plane({{CB, 6, 10}}, 32)}, "unknown components(2)"},
     };
     sp<GraphicBuffer> buffer = new GraphicBuffer(64, 32, HAL_PIXEL_FORMAT_YCBCR_P010, 1,
                                                  GRALLOC_USAGE_SW_READ_OFTEN, "test");
     ASSERT_EQ(buffer->initCheck(), 0);
     uint8_t base[1];  // only offset from, never read
     setLogLevel("V");
-    for (const P010Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "case " << &c - cases);
         host::clearCapturedLogs();
         host::setPlaneLayoutOverride(c.mapperStatus, c.layouts);
         LockedBuffer out;
-        ASSERT_EQ(extractP010Gralloc4PlaneLayout(buffer, base, 0x1234, &out), c.expected);
+        const android::status_t expected = c.mapperStatus ? c.mapperStatus : c.error ? -22 : 0;
+        ASSERT_EQ(extractP010Gralloc4PlaneLayout(buffer, base, 0x1234, &out), expected);
         std::vector<std::string> lines;
-        for (int i = 0; i < c.dumped; ++i) {
+        const size_t dumped = c.dumped < 0 ? c.layouts.size() : c.dumped;
+        for (size_t i = 0; i < dumped; ++i) {
             lines.push_back("2/NuvraSurfaceUtil: extractP010Gralloc4PlaneLayout: gralloc4 plane " +
                             c.layouts[i].toString());
         }
