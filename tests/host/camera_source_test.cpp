@@ -21,7 +21,6 @@ using android::GraphicBuffer;
 using android::OK;
 using android::sp;
 using host::CameraSource;
-using host::CameraSourceConfig;
 using host::RgbPicture;
 using hosttest::ImageReaderTest;
 
@@ -42,9 +41,11 @@ RgbPicture blockPicture(uint32_t width, uint32_t height) {
     return p;
 }
 
-// JFIF's YCbCr of a pixel, in floating point: 0 luma, 1 Cb, 2 Cr.
-double expectedYcbcr(const RgbPicture& p, uint32_t x, uint32_t y, int component) {
+// The picture's sample at (x, y) in 8-bit units: 0 luma, 1 Cb, 2 Cr (JFIF, unrounded), 3 the
+// pixel's channel of the RGGB mosaic (R at even rows and columns, B at odd ones).
+double reference(const RgbPicture& p, uint32_t x, uint32_t y, int component) {
     const uint8_t* c = p.pixel(x, y);
+    if (component == 3) return c[x % 2 + y % 2];
     const double r = c[0], g = c[1], b = c[2];
     const double v[3] = {0.299 * r + 0.587 * g + 0.114 * b,
                          128 - 0.168736 * r - 0.331264 * g + 0.5 * b,
@@ -56,118 +57,100 @@ uint16_t le16(const uint8_t* p) {
     return static_cast<uint16_t>(p[0] | p[1] << 8);
 }
 
-// Checks every sample of an 8-bit YUV buffer through its YCbCr lock. A phone pads rows to 64
-// bytes at least: there the pitches differ from the width.
-void expectYuv420(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
-    android_ycbcr ycbcr{};
-    ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
-    if (padded) {
-        EXPECT_GE(ycbcr.ystride, 64u);
-    }
-    const auto* Y = static_cast<const uint8_t*>(ycbcr.y);
-    const auto* cb = static_cast<const uint8_t*>(ycbcr.cb);
-    const auto* cr = static_cast<const uint8_t*>(ycbcr.cr);
-    int bad = 0;
+// How many of the picture's samples of `components`, as `read(x, y, component)` gives them at
+// full scale `max`, are off the reference by more than `tolerance`.
+template <typename Read>
+int offSamples(const RgbPicture& p, std::vector<int> components, double max, double tolerance,
+               Read read) {
+    int off = 0;
     for (uint32_t y = 0; y < p.height; y++) {
         for (uint32_t x = 0; x < p.width; x++) {
-            bad += std::abs(Y[y * ycbcr.ystride + x] - expectedYcbcr(p, x, y, 0)) > 1;
-            const size_t c = (y / 2) * ycbcr.cstride + (x / 2) * ycbcr.chroma_step;
-            bad += std::abs(cb[c] - expectedYcbcr(p, x, y, 1)) > 1;
-            bad += std::abs(cr[c] - expectedYcbcr(p, x, y, 2)) > 1;
-        }
-    }
-    EXPECT_EQ(bad, 0);
-    EXPECT_EQ(buffer.unlock(), OK);
-}
-
-// Checks a compressed NV12 buffer through the CPU reference decoder.
-void expectCompressedNv12(GraphicBuffer& buffer, const RgbPicture& p) {
-    host::GrallocLayout layout;
-    ASSERT_TRUE(host::grallocLayoutOf(buffer, &layout));
-    const std::vector<uint8_t> nv12 =
-            host::decodeCompressedNv12(layout, host::readBufferMemory(buffer).data());
-    ASSERT_FALSE(nv12.empty());
-    const uint8_t* chroma = nv12.data() + size_t{p.width} * p.height;
-    int bad = 0;
-    for (uint32_t y = 0; y < p.height; y++) {
-        for (uint32_t x = 0; x < p.width; x++) {
-            const size_t c = (y / 2) * ((p.width + 1) / 2 * 2) + (x / 2) * 2;
-            bad += std::abs(nv12[size_t{y} * p.width + x] - expectedYcbcr(p, x, y, 0)) > 1;
-            bad += std::abs(chroma[c] - expectedYcbcr(p, x, y, 1)) > 1;
-            bad += std::abs(chroma[c + 1] - expectedYcbcr(p, x, y, 2)) > 1;
-        }
-    }
-    EXPECT_EQ(bad, 0);
-}
-
-// Checks P010 through the mapper's plane layouts: 10-bit samples in the high bits.
-void expectP010(GraphicBuffer& buffer, const RgbPicture& p) {
-    std::vector<android::ui::PlaneLayout> layouts;
-    ASSERT_EQ(android::GraphicBufferMapper::get().getPlaneLayouts(buffer.handle, &layouts), OK);
-    ASSERT_EQ(layouts.size(), 2u);
-    void* base = nullptr;
-    ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base), OK);
-    const auto* b = static_cast<const uint8_t*>(base);
-    int bad = 0;
-    for (uint32_t y = 0; y < p.height; y++) {
-        for (uint32_t x = 0; x < p.width; x++) {
-            const uint16_t luma =
-                    le16(b + layouts[0].offsetInBytes + y * layouts[0].strideInBytes + x * 2);
-            const uint8_t* chroma =
-                    b + layouts[1].offsetInBytes + (y / 2) * layouts[1].strideInBytes + (x / 2) * 4;
-            const uint16_t samples[3] = {luma, le16(chroma), le16(chroma + 2)};
-            for (int i = 0; i < 3; i++) {
-                bad += (samples[i] & 63) != 0;
-                bad += std::abs((samples[i] >> 6) - expectedYcbcr(p, x, y, i) * 1023 / 255) > 5;
+            for (int c : components) {
+                off += std::abs(read(x, y, c) - reference(p, x, y, c) * max / 255) > tolerance;
             }
         }
     }
-    EXPECT_EQ(bad, 0);
-    EXPECT_EQ(buffer.unlock(), OK);
+    return off;
 }
 
-// Checks single-plane formats row by row through a plain lock: the luma (Y8, Y16) or the RGGB
-// mosaic (RAW16 and RAW10 10-bit, RAW12 12-bit) in Android's packings.
-void expectSinglePlane(GraphicBuffer& buffer, const RgbPicture& p) {
+// A sample of a single-plane format at pixel x of a row, in Android's packings.
+int sampleAt(int32_t format, const uint8_t* row, uint32_t x) {
+    switch (format) {
+        case HAL_PIXEL_FORMAT_Y8:
+            return row[x];
+        case HAL_PIXEL_FORMAT_RAW10:
+            return row[x / 4 * 5 + x % 4] << 2 | ((row[x / 4 * 5 + 4] >> (2 * (x % 4))) & 3);
+        case HAL_PIXEL_FORMAT_RAW12:
+            return row[x / 2 * 3 + x % 2] << 4 | ((row[x / 2 * 3 + 2] >> (4 * (x % 2))) & 15);
+        default:  // Y16, RAW16
+            return le16(row + 2 * x);
+    }
+}
+
+// Checks every sample of the picture in the buffer, read as the format's consumers read it:
+// 8-bit YUV through the YCbCr lock (a phone pads rows to 64 bytes at least, so there the pitches
+// differ from the width), compressed NV12 through the CPU reference decoder, P010 through the
+// mapper's plane layouts (10-bit samples in the high bits), the rest row by row through a plain
+// lock: the luma (Y8, Y16) or the RGGB mosaic (RAW16 and RAW10 10-bit, RAW12 12-bit).
+void expectPicture(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
     const int32_t format = buffer.getPixelFormat();
-    void* base = nullptr;
-    int32_t bytesPerPixel = 0;
-    int32_t stride = 0;
-    ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base, &bytesPerPixel, &stride), OK);
-    int bad = 0;
-    for (uint32_t y = 0; y < p.height; y++) {
-        const uint8_t* row = static_cast<const uint8_t*>(base) + size_t{y} * stride;
-        for (uint32_t x = 0; x < p.width; x++) {
-            const int channel = (y % 2 == 0) ? (x % 2 == 0 ? 0 : 1) : (x % 2 == 0 ? 1 : 2);
-            const double mosaic = p.pixel(x, y)[channel];
-            double expected = 0, max = 1023, tolerance = 0.5;
-            int sample = 0;
-            switch (format) {
-                case HAL_PIXEL_FORMAT_Y8:
-                    sample = row[x], expected = expectedYcbcr(p, x, y, 0), max = 255, tolerance = 1;
-                    break;
-                case HAL_PIXEL_FORMAT_Y16:
-                    sample = le16(row + 2 * x), expected = expectedYcbcr(p, x, y, 0), max = 65535;
-                    tolerance = 258;
-                    break;
-                case HAL_PIXEL_FORMAT_RAW16:
-                    sample = le16(row + 2 * x), expected = mosaic;
-                    break;
-                case HAL_PIXEL_FORMAT_RAW10:
-                    sample = row[x / 4 * 5 + x % 4] << 2 |
-                             ((row[x / 4 * 5 + 4] >> (2 * (x % 4))) & 3);
-                    expected = mosaic;
-                    break;
-                case HAL_PIXEL_FORMAT_RAW12:
-                    sample = row[x / 2 * 3 + x % 2] << 4 |
-                             ((row[x / 2 * 3 + 2] >> (4 * (x % 2))) & 15);
-                    expected = mosaic, max = 4095;
-                    break;
-            }
-            bad += std::abs(sample - expected * max / 255) > tolerance;
-        }
+    const std::vector<int> yuv = {0, 1, 2};
+    if (format == HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC) {
+        host::GrallocLayout layout;
+        ASSERT_TRUE(host::grallocLayoutOf(buffer, &layout));
+        const std::vector<uint8_t> nv12 =
+                host::decodeCompressedNv12(layout, host::readBufferMemory(buffer).data());
+        ASSERT_FALSE(nv12.empty());
+        const uint8_t* chroma = nv12.data() + size_t{p.width} * p.height;
+        EXPECT_EQ(offSamples(p, yuv, 255, 1,
+                             [&](uint32_t x, uint32_t y, int c) {
+                                 return c == 0 ? nv12[size_t{y} * p.width + x]
+                                               : chroma[(y / 2) * ((p.width + 1) / 2 * 2) +
+                                                        (x / 2) * 2 + c - 1];
+                             }),
+                  0);
+        return;
     }
-    EXPECT_EQ(bad, 0);
+    int off = 0;
+    void* base = nullptr;
+    int32_t bytesPerPixel = 0, stride = 0;
+    android_ycbcr ycbcr{};
+    std::vector<android::ui::PlaneLayout> l;
+    if (format == HAL_PIXEL_FORMAT_YCBCR_P010) {
+        ASSERT_EQ(android::GraphicBufferMapper::get().getPlaneLayouts(buffer.handle, &l), OK);
+        ASSERT_EQ(l.size(), 2u);
+        ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base), OK);
+        const auto* b = static_cast<const uint8_t*>(base);
+        off = offSamples(p, yuv, 1023, 5, [&](uint32_t x, uint32_t y, int c) {
+            const size_t at = c == 0 ? l[0].offsetInBytes + y * l[0].strideInBytes + x * 2
+                                     : l[1].offsetInBytes + (y / 2) * l[1].strideInBytes +
+                                               (x / 2) * 4 + (c - 1) * 2;
+            return le16(b + at) & 63 ? -1e6 : le16(b + at) >> 6;  // low bits set: off
+        });
+    } else if (format != HAL_PIXEL_FORMAT_Y8 && format != HAL_PIXEL_FORMAT_Y16 &&
+               format != HAL_PIXEL_FORMAT_RAW16 && format != HAL_PIXEL_FORMAT_RAW10 &&
+               format != HAL_PIXEL_FORMAT_RAW12) {
+        ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
+        if (padded) EXPECT_GE(ycbcr.ystride, 64u);
+        const void* planes[3] = {ycbcr.y, ycbcr.cb, ycbcr.cr};
+        off = offSamples(p, yuv, 255, 1, [&](uint32_t x, uint32_t y, int c) {
+            const size_t at = c == 0 ? y * ycbcr.ystride + x
+                                     : (y / 2) * ycbcr.cstride + (x / 2) * ycbcr.chroma_step;
+            return static_cast<const uint8_t*>(planes[c])[at];
+        });
+    } else {
+        ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base, &bytesPerPixel, &stride), OK);
+        const bool luma = format == HAL_PIXEL_FORMAT_Y8 || format == HAL_PIXEL_FORMAT_Y16;
+        const double max = format == HAL_PIXEL_FORMAT_Y8      ? 255
+                           : format == HAL_PIXEL_FORMAT_Y16   ? 65535
+                           : format == HAL_PIXEL_FORMAT_RAW12 ? 4095
+                                                              : 1023;
+        const double tolerance = format == HAL_PIXEL_FORMAT_Y16 ? 258 : luma ? 1 : 0.5;
+        off = offSamples(p, {luma ? 0 : 3}, max, tolerance, [&](uint32_t x, uint32_t y, int) {
+            return sampleAt(format, static_cast<const uint8_t*>(base) + size_t{y} * stride, x);
+        });
+    }
+    EXPECT_EQ(off, 0);
     EXPECT_EQ(buffer.unlock(), OK);
 }
 
@@ -201,13 +184,9 @@ protected:
     // A camera of `format` and the given size feeding the reader.
     std::unique_ptr<CameraSource> connectCamera(jobject reader, int32_t format, uint32_t width,
                                                 uint32_t height, int64_t fenceDelayUs = 0) {
-        CameraSourceConfig config;
-        config.format = format;
-        config.width = width;
-        config.height = height;
-        config.fenceDelayUs = fenceDelayUs;
         std::unique_ptr<CameraSource> camera =
-                CameraSource::connect(env, surfaceOf(reader), config);
+                CameraSource::connect(env, surfaceOf(reader),
+                                      {format, width, height, HAL_DATASPACE_UNKNOWN, fenceDelayUs});
         EXPECT_NE(camera, nullptr);
         return camera;
     }
@@ -260,27 +239,10 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
             EXPECT_EQ(itemOf(image)->mTimestamp, 42);
             EXPECT_EQ(buffer.getUsage() & GRALLOC_USAGE_HW_CAMERA_WRITE,
                       uint64_t{GRALLOC_USAGE_HW_CAMERA_WRITE});
-            switch (c.bufferFormat) {
-                case HAL_PIXEL_FORMAT_BLOB:
-                    expectJpeg(buffer, picture, camera->lastJpegSize());
-                    break;
-                case HAL_PIXEL_FORMAT_YCBCR_P010:
-                    expectP010(buffer, picture);
-                    break;
-                case HAL_PIXEL_FORMAT_RAW10:
-                case HAL_PIXEL_FORMAT_RAW12:
-                case HAL_PIXEL_FORMAT_RAW16:
-                case HAL_PIXEL_FORMAT_Y8:
-                case HAL_PIXEL_FORMAT_Y16:
-                    expectSinglePlane(buffer, picture);
-                    break;
-                case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC:
-                    expectCompressedNv12(buffer, picture);
-                    break;
-                case HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED:
-                    break;  // opaque to its consumers
-                default:
-                    expectYuv420(buffer, picture, profile[1] == 'h');
+            if (blob) {
+                expectJpeg(buffer, picture, camera->lastJpegSize());
+            } else if (c.bufferFormat != HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED) {  // opaque
+                expectPicture(buffer, picture, profile[1] == 'h');
             }
             close(image);
             camera.reset();
