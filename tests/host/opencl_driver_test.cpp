@@ -40,14 +40,12 @@ __kernel void write_planes(__write_only image2d_t luma, __write_only image2d_t c
 
 namespace {
 
+// The functions that the library at `path` exports.
 std::set<std::string> dynamicExports(const std::string& path) {
     std::set<std::string> names;
-    FILE* nm = popen(("nm -D --defined-only " + path).c_str(), "r");
-    char line[512];
-    while (nm != nullptr && fgets(line, sizeof(line), nm) != nullptr) {
-        char type = 0, name[256] = {};
-        if (sscanf(line, "%*s %c %255s", &type, name) == 2 && type == 'T') names.insert(name);
-    }
+    FILE* nm = popen(("nm -D --defined-only " + path + " | awk '$2 == \"T\" { print $3 }'").c_str(),
+                     "r");
+    for (char name[256]; nm != nullptr && fscanf(nm, "%255s", name) == 1;) names.insert(name);
     if (nm != nullptr) pclose(nm);
     return names;
 }
@@ -103,7 +101,7 @@ TEST(OpenClDriver, NeitherInterposesWithTheIcdLoaderNorPocl) {
     // The loader stays open: its allocations would be reported as leaks of an unknown module.
 }
 
-TEST(OpenClDriver, ReportsOnePlatformWithOneGpuAndNoGlSharing) {
+TEST(OpenClDriver, ReportsOneGpuNoGlSharingAndTheGrallocRowPitches) {
     ClSession& s = ClSession::get();
     cl_uint platforms = 0, devices = 0;
     cl_device_id device = nullptr;
@@ -125,10 +123,8 @@ TEST(OpenClDriver, ReportsOnePlatformWithOneGpuAndNoGlSharing) {
     EXPECT_EQ(s.clGetExtensionFunctionAddress("clGetDeviceImageInfoQCOM"),
               reinterpret_cast<void*>(s.clGetDeviceImageInfoQCOM));
     EXPECT_EQ(s.clGetExtensionFunctionAddress("clGetGLContextInfoKHR"), nullptr);
-}
 
-TEST(OpenClDriver, RowPitchFollowsTheGrallocLayouts) {
-    ClSession& s = ClSession::get();
+    // Row pitches of the device profile's gralloc layouts.
     const struct {
         const char* profile;
         cl_uint order;
@@ -141,10 +137,10 @@ TEST(OpenClDriver, RowPitchFollowsTheGrallocLayouts) {
             {"phone-qcom", CL_RGBA, 100, 7, 512},
             {"phone-qcom", CL_R, 33, 2, 64},
     };
+    size_t pitch = 0;
     for (const auto& c : kCases) {
         ScopedProfile profile(c.profile);
         const cl_image_format format = {c.order, CL_UNORM_INT8};
-        size_t pitch = 0;
         EXPECT_EQ(s.clGetDeviceImageInfoQCOM(s.device, c.width, c.height, &format,
                                              CL_IMAGE_ROW_PITCH, sizeof(pitch), &pitch, nullptr),
                   CL_SUCCESS);
@@ -152,7 +148,6 @@ TEST(OpenClDriver, RowPitchFollowsTheGrallocLayouts) {
                 << c.profile << " " << std::hex << c.order << std::dec << " " << c.width;
     }
     const cl_image_format unsupported = {CL_RGBA, CL_FLOAT};
-    size_t pitch = 0;
     EXPECT_EQ(s.clGetDeviceImageInfoQCOM(s.device, 16, 16, &unsupported, CL_IMAGE_ROW_PITCH,
                                          sizeof(pitch), &pitch, nullptr),
               CL_IMAGE_FORMAT_NOT_SUPPORTED);

@@ -22,10 +22,10 @@ namespace hosttest {
 
 inline const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
 
-// The vendor driver opened as the library opens it, its entry points that the tests call, and a
-// context on its one device with a queue and a program built from `source`. get() is the one
-// shared by the tests of the process, built once since PoCL compiles slowly, and never destroyed:
-// the driver stays loaded for the whole process.
+// The vendor driver opened as the library opens it, its entry points, and a context on its one
+// device with a queue and a program built from `source`. get() is the one shared by the tests of
+// the process, built once since PoCL compiles slowly, and never destroyed: the driver stays loaded
+// for the whole process.
 struct ClSession {
     void* handle = dlopen(kVendorDriver.c_str(), RTLD_NOW | RTLD_GLOBAL);
 
@@ -33,31 +33,10 @@ struct ClSession {
     F resolve(const char* name) const {
         return handle != nullptr ? reinterpret_cast<F>(dlsym(handle, name)) : nullptr;
     }
-#define HOSTTEST_CL_ENTRY(name) decltype(&::name) name = resolve<decltype(&::name)>(#name)
-    HOSTTEST_CL_ENTRY(clGetPlatformIDs);
-    HOSTTEST_CL_ENTRY(clGetDeviceIDs);
-    HOSTTEST_CL_ENTRY(clGetDeviceInfo);
-    HOSTTEST_CL_ENTRY(clCreateContext);
-    HOSTTEST_CL_ENTRY(clCreateCommandQueue);
-    HOSTTEST_CL_ENTRY(clCreateProgramWithSource);
-    HOSTTEST_CL_ENTRY(clBuildProgram);
-    HOSTTEST_CL_ENTRY(clGetProgramBuildInfo);
-    HOSTTEST_CL_ENTRY(clCreateKernel);
-    HOSTTEST_CL_ENTRY(clReleaseKernel);
-    HOSTTEST_CL_ENTRY(clSetKernelArg);
-    HOSTTEST_CL_ENTRY(clEnqueueNDRangeKernel);
-    HOSTTEST_CL_ENTRY(clFinish);
-    HOSTTEST_CL_ENTRY(clCreateImage);
-    HOSTTEST_CL_ENTRY(clReleaseMemObject);
-    HOSTTEST_CL_ENTRY(clGetImageInfo);
-    HOSTTEST_CL_ENTRY(clCreateBuffer);
-    HOSTTEST_CL_ENTRY(clEnqueueReadBuffer);
-    HOSTTEST_CL_ENTRY(clCreateSampler);
-    HOSTTEST_CL_ENTRY(clReleaseSampler);
-    HOSTTEST_CL_ENTRY(clGetDeviceImageInfoQCOM);
-    HOSTTEST_CL_ENTRY(clGetExtensionFunctionAddress);
-    HOSTTEST_CL_ENTRY(clCreateFromGLBuffer);
-#undef HOSTTEST_CL_ENTRY
+    // The entry points, resolved by name as the library resolves them.
+#define X(name) decltype(&::name) name = resolve<decltype(&::name)>(#name);
+#include "opencl/clFunctions.def"
+#undef X
     cl_platform_id platform = nullptr;
     cl_device_id device = nullptr;
     cl_context context = nullptr;

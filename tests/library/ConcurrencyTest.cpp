@@ -39,34 +39,23 @@ TEST(ConcurrencyTest, FirstYuvOrderCallFromTwoThreadsAgrees) {
     EXPECT_EQ(orders[1], YUV_ORDER_NV12);
 }
 
-class GpuConcurrencyTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        host::setSphalSearchPath({HOST_OPENCL_VENDOR_DIR});
-        // One open of the test's own, so that an unload on one thread never unmaps the driver
-        // while the other still calls through the table (the loader counts no opens itself).
-        mDriver = dlopen(HOST_OPENCL_VENDOR_DIR "/libOpenCL.so", RTLD_NOW);
-        ASSERT_NE(mDriver, nullptr);
-        // PoCL sets its platform up on the first query; that happens here, once, so that the
-        // threads below race only on what the library shares.
-        wrapper::loadOpenCl();
-        cl_platform_id platform = nullptr;
-        cl_device_id device = nullptr;
-        ASSERT_EQ(wrapper::clGetPlatformIDs(1, &platform, nullptr), CL_SUCCESS);
-        ASSERT_EQ(wrapper::clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr),
-                  CL_SUCCESS);
-        wrapper::unloadOpenCl();
-    }
-    void TearDown() override {
-        wrapper::unloadOpenCl();
-        if (mDriver != nullptr) dlclose(mDriver);
-    }
+// OpenCL loads and unloads on two threads, then two conversions at once.
+TEST(GpuConcurrencyTest, LoadsUnloadsAndConversionsOnTwoThreads) {
+    host::setSphalSearchPath({HOST_OPENCL_VENDOR_DIR});
+    // One open of the test's own, so that an unload on one thread never unmaps the driver while
+    // the other still calls through the table (the loader counts no opens itself).
+    void* driver = dlopen(HOST_OPENCL_VENDOR_DIR "/libOpenCL.so", RTLD_NOW);
+    ASSERT_NE(driver, nullptr);
+    // PoCL sets its platform up on the first query; that happens here, once, so that the threads
+    // below race only on what the library shares.
+    wrapper::loadOpenCl();
+    cl_platform_id platform = nullptr;
+    cl_device_id device = nullptr;
+    ASSERT_EQ(wrapper::clGetPlatformIDs(1, &platform, nullptr), CL_SUCCESS);
+    ASSERT_EQ(wrapper::clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr),
+              CL_SUCCESS);
+    wrapper::unloadOpenCl();
 
-private:
-    void* mDriver = nullptr;
-};
-
-TEST_F(GpuConcurrencyTest, LoadsAndUnloadsOnTwoThreads) {
     int platforms[2] = {};
     onTwoThreads([&](int i) {
         for (int round = 0; round < 20; ++round) {
@@ -78,9 +67,7 @@ TEST_F(GpuConcurrencyTest, LoadsAndUnloadsOnTwoThreads) {
     });
     EXPECT_EQ(platforms[0], 20);
     EXPECT_EQ(platforms[1], 20);
-}
 
-TEST_F(GpuConcurrencyTest, ConversionsOnTwoThreads) {
     const hosttest::Nv12Picture pictures[2] = {hosttest::makePicture(64, 32, false, 1),
                                                hosttest::makePicture(48, 48, true, 2)};
     const android::sp<android::GraphicBuffer> buffers[2] = {
@@ -100,6 +87,7 @@ TEST_F(GpuConcurrencyTest, ConversionsOnTwoThreads) {
         ASSERT_TRUE(converted[i]);
         hosttest::expectNv21Of(pictures[i], out[i]);
     }
+    dlclose(driver);
 }
 
 }  // namespace

@@ -101,8 +101,6 @@ private:
     std::vector<std::string> mSaved;
 };
 
-// ---- the loader ----
-
 // Without the vendor library, the system one after the attempts in order. It converts as well, and
 // nothing keeps it loaded once the converter is gone: the next converter loads it afresh.
 TEST_F(GpuTest, LoaderOpensTheVendorLibraryOrFallsBackToTheSystemOneInOrder) {
@@ -114,33 +112,28 @@ TEST_F(GpuTest, LoaderOpensTheVendorLibraryOrFallsBackToTheSystemOneInOrder) {
     cl_uint platforms = 0;
     EXPECT_EQ(wrapper::clGetPlatformIDs(0, nullptr, &platforms), CL_SUCCESS);
     EXPECT_EQ(platforms, 1u);
-    EXPECT_NE(wrapper::clGetDeviceImageInfoQCOM, nullptr);
     wrapper::unloadOpenCl();
     EXPECT_EQ(wrapper::libopencl, nullptr);
     wrapper::unloadOpenCl();  // twice: nothing
     // The pointers are left as they were.
     EXPECT_NE(wrapper::clGetPlatformIDs, nullptr);
-    // The warnings and the info line follow the gate.
-    host::clearCapturedLogs();
-    host::setProperty("log.tag.VANTORA_CAMERA", "W");
-    wrapper::loadOpenCl();
-    EXPECT_TRUE(lines(kClTag).empty());
-    wrapper::unloadOpenCl();
 
-    host::setProperty("log.tag.VANTORA_CAMERA", "I");
     host::setSphalSearchPath({"/nonexistent-vendor"});
     gSystemLibraryVisible = true;
+    const std::vector<std::string> attempts = {
+            "5 Unable to load libOpenCL.so from sphal",
+            "5 Unable to load libOpenCL.so from default",
+            "5 Unable to load libOpenCL_system.so from sphal",
+            "4 OpenCL loaded.",
+    };
     const hosttest::Nv12Picture picture = hosttest::makePicture(64, 32, true, 7);
     for (int round = 0; round < 2; ++round) {
+        // The warnings and the info line follow the gate.
+        host::setProperty("log.tag.VANTORA_CAMERA", round == 0 ? "I" : "E");
         host::clearCapturedLogs();
         {
             vantora::FormatConverter converter;
-            EXPECT_EQ(lines(kClTag), (std::vector<std::string>{
-                                             "5 Unable to load libOpenCL.so from sphal",
-                                             "5 Unable to load libOpenCL.so from default",
-                                             "5 Unable to load libOpenCL_system.so from sphal",
-                                             "4 OpenCL loaded.",
-                                     }));
+            EXPECT_EQ(lines(kClTag), round == 0 ? attempts : std::vector<std::string>{});
             std::vector<uint8_t> dst(64 * 32 * 3 / 2);
             ASSERT_TRUE(converter.convert(hosttest::compressedBuffer(picture)->getNativeBuffer(),
                                           64, 32, kCompressed, dst.data()));
@@ -162,8 +155,6 @@ TEST_F(GpuTest, LoaderAbortsWithoutALibraryOrAnEntryPoint) {
     EXPECT_DEATH(wrapper::loadOpenCl(), "Fail to find symbol clGetDeviceImageInfoQCOM");
 }
 
-// ---- the graphic buffer allocator ----
-
 TEST_F(GpuTest, AllocatorMakesAVenusNv21BufferAndItsRecord) {
     sp<GraphicBuffer> buffer = new GraphicBuffer(8, 8, HAL_PIXEL_FORMAT_RGBA_8888, 1, 3, "old");
     cl_mem_android_native_buffer_host_ptr record{};
@@ -183,8 +174,6 @@ TEST_F(GpuTest, AllocatorMakesAVenusNv21BufferAndItsRecord) {
     EXPECT_EQ(lines(kConvTag), std::vector<std::string>{"6 allocateGraphicBuffer: graphic buffer "
                                                         "init fail"});
 }
-
-// ---- the converter ----
 
 TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailure) {
     host::setProperty("log.tag.VANTORA_CAMERA", "V");
