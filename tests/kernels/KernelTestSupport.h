@@ -6,7 +6,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -67,18 +66,14 @@ private:
     size_t mappedBytes_ = 0;
 };
 
-inline int floorDiv256(int v) {
-    return static_cast<int>(std::floor(v / 256.0));
-}
-
 inline int modelY(int r, int g, int b) {
-    return floorDiv256(77 * r + 150 * g + 29 * b);
+    return static_cast<int>(std::floor((77 * r + 150 * g + 29 * b) / 256.0));
 }
 inline int modelCb(int r, int g, int b) {
-    return floorDiv256(-43 * r - 85 * g + 128 * b) + 128;
+    return static_cast<int>(std::floor((-43 * r - 85 * g + 128 * b) / 256.0)) + 128;
 }
 inline int modelCr(int r, int g, int b) {
-    return floorDiv256(128 * r - 107 * g - 21 * b) + 128;
+    return static_cast<int>(std::floor((128 * r - 107 * g - 21 * b) / 256.0)) + 128;
 }
 
 inline uint16_t modelRgb565(int y, int u, int v) {

@@ -19,15 +19,11 @@ struct Size {
 // Widths around the vector block sizes (16 and 32 pixels) and odd ones, heights with and without
 // a last row of their own, single rows and single columns.
 std::vector<Size> frameSizes() {
-    std::vector<Size> sizes;
+    std::vector<Size> sizes = {{1, 40}, {1, 9}, {255, 7}, {256, 6}, {1001, 3}};
     const size_t widths[] = {1,  2,  3,  5,  8,  15, 16, 17, 31,  32,  33,
                              34, 47, 48, 63, 64, 65, 66, 97, 127, 128, 129};
-    const size_t heights[] = {1, 2, 3, 4, 5};
     for (size_t w : widths) {
-        for (size_t h : heights) sizes.push_back({w, h});
-    }
-    for (Size s : {Size{1, 40}, Size{1, 9}, Size{255, 7}, Size{256, 6}, Size{1001, 3}}) {
-        sizes.push_back(s);
+        for (size_t h = 1; h <= 5; ++h) sizes.push_back({w, h});
     }
     return sizes;
 }
