@@ -7,22 +7,14 @@
 #include <string>
 
 #include "LibraryTestSupport.h"
+#include "SurfaceTestSupport.h"
 #include "surface/JniSupport.h"
-#include "testsupport/JniTest.h"
 
 namespace nuvra::test {
 namespace {
 
 class JniSupportTest : public JniTest {
 protected:
-    // A Java android.view.Surface that has no native object (never attached, or released).
-    jobject emptyJavaSurface() {
-        jclass cls = env->FindClass("android/view/Surface");
-        EXPECT_NE(cls, nullptr);
-        jmethodID ctor = env->GetMethodID(cls, "<init>", "()V");
-        return env->NewObject(cls, ctor);
-    }
-
     void throwNew(const char* className, const char* message) {
         jclass cls = env->FindClass(className);
         ASSERT_NE(cls, nullptr);
@@ -34,42 +26,33 @@ protected:
         }
     }
 
-    // The one pending exception, which must be of `className` with `message`.
-    void expectOnlyPending(const std::string& className, std::optional<std::string> message) {
-        std::optional<JavaException> e = takePendingException(env);
-        ASSERT_TRUE(e.has_value()) << "no exception pending";
-        EXPECT_EQ(e->className, className);
-        EXPECT_EQ(e->message, message);
-        EXPECT_FALSE(env->ExceptionCheck());
+    // Both lookups of `surface` fail with `className` pending, with their own messages.
+    void expectLookupsThrow(jobject surface, const std::string& className,
+                            const std::string& windowMessage, const std::string& surfaceMessage) {
+        EXPECT_EQ(getNativeWindow(env, surface), nullptr);
+        expectPendingException(env, className, windowMessage);
+        EXPECT_EQ(getSurface(env, surface), nullptr);
+        expectPendingException(env, className, surfaceMessage);
     }
 };
 
-TEST_F(JniSupportTest, NullSurfaceThrowsNullPointerException) {
-    EXPECT_EQ(getNativeWindow(env, nullptr), nullptr);
-    expectOnlyPending("java.lang.NullPointerException", "surface");
-    EXPECT_EQ(getSurface(env, nullptr), nullptr);
-    expectOnlyPending("java.lang.NullPointerException", "surface");
+TEST_F(JniSupportTest, SurfaceLookupsThrowWhenThereIsNoNativeObject) {
+    // A null Surface is refused before the platform's glue is asked.
+    expectLookupsThrow(nullptr, "java.lang.NullPointerException", "surface", "surface");
     EXPECT_EQ(host::callCount("jni.android_view_Surface_getNativeWindow"), 0u);
-}
-
-TEST_F(JniSupportTest, SurfaceWithoutNativeObjectThrowsIllegalArgumentException) {
-    jobject surface = emptyJavaSurface();
-    EXPECT_EQ(getNativeWindow(env, surface), nullptr);
-    expectOnlyPending("java.lang.IllegalArgumentException", "Surface had no valid native window.");
-    EXPECT_EQ(getSurface(env, surface), nullptr);
-    expectOnlyPending("java.lang.IllegalArgumentException", "Surface had no valid native Surface.");
+    // Never attached (or released).
+    jclass surfaceClass = env->FindClass("android/view/Surface");
+    jobject surface = env->NewObject(surfaceClass, env->GetMethodID(surfaceClass, "<init>", "()V"));
+    expectLookupsThrow(surface, "java.lang.IllegalArgumentException",
+                       "Surface had no valid native window.",
+                       "Surface had no valid native Surface.");
+    // An exception from the platform's glue is left as it is.
+    host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
+    host::injectFault("jni.android_view_Surface_getSurface", -1);
+    expectLookupsThrow(surface, "java.lang.IllegalStateException", "injected fault",
+                       "injected fault");
     // Nothing was discarded on the way.
     EXPECT_TRUE(logTexts(kJniHelpTag, ANDROID_LOG_WARN).empty());
-}
-
-TEST_F(JniSupportTest, ExceptionFromThePlatformGlueIsLeftAsItIs) {
-    jobject surface = emptyJavaSurface();
-    host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
-    EXPECT_EQ(getNativeWindow(env, surface), nullptr);
-    expectOnlyPending("java.lang.IllegalStateException", "injected fault");
-    host::injectFault("jni.android_view_Surface_getSurface", -1);
-    EXPECT_EQ(getSurface(env, surface), nullptr);
-    expectOnlyPending("java.lang.IllegalStateException", "injected fault");
 }
 
 // The message string is made before the pending exception: making it while an exception is
@@ -80,39 +63,37 @@ TEST_F(JniSupportTest, PendingExceptionIsDiscardedWithItsSummary) {
     EXPECT_EQ(android::jnihelp::ThrowException(env, "java/lang/IllegalArgumentException",
                                                "(Ljava/lang/String;)V", message),
               0);
-    expectOnlyPending("java.lang.IllegalArgumentException", "bad 7");
+    expectPendingException(env, "java.lang.IllegalArgumentException", "bad 7");
     EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
               std::vector<std::string>{"Discarding pending exception "
                                        "(java.lang.IllegalStateException: m) to throw "
                                        "java/lang/IllegalArgumentException"});
-}
 
-TEST_F(JniSupportTest, PendingExceptionWithoutMessageIsSummarisedByItsClass) {
-    jstring message = env->NewStringUTF("pixels");
+    // Without a message, by its class.
+    host::clearCapturedLogs();
+    message = env->NewStringUTF("pixels");
     throwNew("java/lang/UnsupportedOperationException", nullptr);
     android::jnihelp::ThrowException(env, "java/lang/NullPointerException", "(Ljava/lang/String;)V",
                                      message);
-    expectOnlyPending("java.lang.NullPointerException", "pixels");
+    expectPendingException(env, "java.lang.NullPointerException", "pixels");
     EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
               std::vector<std::string>{"Discarding pending exception "
                                        "(java.lang.UnsupportedOperationException) to throw "
                                        "java/lang/NullPointerException"});
 }
 
-TEST_F(JniSupportTest, LongMessageIsCutTo511Characters) {
+// Messages are cut to 511 characters; a null message string constructs the exception without one.
+TEST_F(JniSupportTest, MessagesAreCutTo511CharactersOrLeftOut) {
     std::string text(600, 'x');
     text[510] = 'y';
     EXPECT_EQ(jniThrowExceptionFmt(env, "java/lang/IllegalArgumentException", "%s", text.c_str()),
               0);
-    expectOnlyPending("java.lang.IllegalArgumentException", text.substr(0, 511));
-}
-
-TEST_F(JniSupportTest, NullMessageStringConstructsTheExceptionWithoutMessage) {
+    expectPendingException(env, "java.lang.IllegalArgumentException", text.substr(0, 511));
     EXPECT_EQ(android::jnihelp::ThrowException(env, "java/lang/IllegalArgumentException",
                                                "(Ljava/lang/String;)V",
                                                static_cast<jstring>(nullptr)),
               0);
-    expectOnlyPending("java.lang.IllegalArgumentException", std::nullopt);
+    expectPendingException(env, "java.lang.IllegalArgumentException", std::nullopt);
 }
 
 TEST_F(JniSupportTest, MissingClassOrConstructorFailsWithTheJvmsErrorPending) {
