@@ -24,8 +24,9 @@ using android::OK;
 using android::sp;
 using android::Surface;
 
-// A buffer's gralloc layout and the bytes of its whole allocation.
+// A queued buffer, its gralloc layout and the bytes of its whole allocation.
 struct BufferBytes {
+    sp<GraphicBuffer> buffer;
     host::GrallocLayout layout;
     std::vector<uint8_t> bytes;
 };
@@ -111,7 +112,7 @@ protected:
         return surface;
     }
 
-    // Queues one frame of `format` at the reader's size whose whole allocation is random bytes
+    // Queues one frame of `format` at the Surface's size whose whole allocation is random bytes
     // from `seed`, the last ones replaced by `trailer`; returns it as queued.
     BufferBytes produce(const sp<Surface>& surface, int32_t format, int64_t timestamp,
                         uint32_t seed = 1, android_dataspace dataspace = HAL_DATASPACE_UNKNOWN,
@@ -124,7 +125,7 @@ protected:
         ANativeWindowBuffer* anwb = nullptr;
         EXPECT_EQ(native_window_dequeue_buffer_and_wait(window, &anwb), OK);
         if (anwb == nullptr) return frame;
-        sp<GraphicBuffer> buffer = GraphicBuffer::from(anwb);
+        sp<GraphicBuffer> buffer = frame.buffer = GraphicBuffer::from(anwb);
         EXPECT_TRUE(host::grallocLayoutOf(*buffer, &frame.layout));
         frame.bytes.resize(frame.layout.size);
         std::mt19937 rng(seed);

@@ -15,6 +15,7 @@
 
 #include "LibraryTestSupport.h"
 #include "SurfaceTestSupport.h"
+#include "tests/host/media_test_support.h"
 
 namespace nuvra::test {
 namespace {
@@ -25,43 +26,17 @@ using android::sp;
 constexpr const char* kName = "nativePutByteBufferFromSurface";
 constexpr int kCompressed = 0x7FA30C06;
 
-class SurfaceToByteBufferTest : public JniTest {
+class SurfaceToByteBufferTest : public hosttest::ImageReaderTest {
 protected:
-    // Queues one frame of `format` holding random bytes (or, for compressed NV12, the encoded
-    // `nv12` picture) and returns the whole allocation as written.
-    std::vector<uint8_t> queueFrame(int format, uint32_t w, uint32_t h,
-                                    const std::vector<uint8_t>* nv12 = nullptr) {
-        TestSurfaceConfig config;
-        config.format = format;
-        config.width = w;
-        config.height = h;
-        ts = makeTestSurface(env, config);
-        ANativeWindow* anw = ts.surface.get();
-        EXPECT_EQ(native_window_api_connect(anw, NATIVE_WINDOW_API_CPU), 0);
-        EXPECT_EQ(native_window_set_usage(
-                          anw, GRALLOC_USAGE_SW_WRITE_OFTEN | GRALLOC_USAGE_SW_READ_OFTEN),
-                  0);
-        ANativeWindowBuffer* anb = nullptr;
-        EXPECT_EQ(native_window_dequeue_buffer_and_wait(anw, &anb), 0);
-        if (anb == nullptr) return {};
-        buffer = GraphicBuffer::from(anb);
-        EXPECT_TRUE(host::grallocLayoutOf(*buffer, &layout));
-        std::vector<uint8_t> bytes(layout.size);
-        if (nv12 != nullptr) {
-            EXPECT_TRUE(host::encodeCompressedNv12(*buffer, nv12->data(), w, nv12->data() + w * h,
-                                                   (w + 1) / 2 * 2));
-        } else {
-            std::mt19937 rng(format);
-            for (uint8_t& b : bytes) b = static_cast<uint8_t>(rng());
-            void* p = nullptr;
-            EXPECT_EQ(buffer->lock(GRALLOC_USAGE_SW_WRITE_OFTEN, &p), 0);
-            memcpy(p, bytes.data(), bytes.size());
-            EXPECT_EQ(buffer->unlock(), 0);
-        }
-        EXPECT_EQ(anw->queueBuffer(anw, anb, -1), 0);
+    // Queues to a new Surface one frame of `format` holding random bytes.
+    hosttest::BufferBytes queueFrame(int format, uint32_t w, uint32_t h) {
+        ts = makeTestSurface(env, {w, h, format});
+        EXPECT_EQ(native_window_api_connect(ts.surface.get(), NATIVE_WINDOW_API_CPU), 0);
+        EXPECT_EQ(native_window_set_usage(ts.surface.get(), GRALLOC_USAGE_SW_WRITE_OFTEN), 0);
+        hosttest::BufferBytes frame = produce(ts.surface, format, 0, format);
         host::resetFaultsAndCalls();
         host::clearCapturedLogs();
-        return bytes;
+        return frame;
     }
     int copyOut(std::vector<uint8_t>& out, jlong capacity) {
         jobject dst = env->NewDirectByteBuffer(out.data(), capacity);
@@ -69,21 +44,20 @@ protected:
     }
 
     TestSurface ts;
-    sp<GraphicBuffer> buffer;
-    host::GrallocLayout layout;
 };
 
 // The packed NV21 image of a semi-planar frame: luma rows, then h / 2 rows from the Cr plane.
 // Read from the Cr address of an NV12-ordered plane, the run's last byte would lie past the plane:
 // it is not copied, and `untouched` stays there.
-std::vector<uint8_t> packedSemiPlanar(const std::vector<uint8_t>& mem, const host::GrallocLayout& l,
-                                      size_t chromaOffset, bool swap, uint8_t untouched) {
+std::vector<uint8_t> packedSemiPlanar(const hosttest::BufferBytes& f, size_t chromaOffset,
+                                      bool swap, uint8_t untouched) {
+    const host::GrallocLayout& l = f.layout;
     const size_t w = l.width, h = l.height;
     std::vector<uint8_t> out(w * h * 3 / 2, 0);
-    for (size_t r = 0; r < h; ++r) memcpy(&out[r * w], &mem[l.yOffset + r * l.yStride], w);
+    for (size_t r = 0; r < h; ++r) memcpy(&out[r * w], &f.bytes[l.yOffset + r * l.yStride], w);
     for (size_t r = 0; r < h / 2; ++r) {
         for (size_t j = 0; j < w; ++j) {
-            out[w * h + r * w + j] = mem[chromaOffset + r * l.cStride + (swap ? j ^ 1 : j)];
+            out[w * h + r * w + j] = f.bytes[chromaOffset + r * l.cStride + (swap ? j ^ 1 : j)];
         }
     }
     if (!swap && chromaOffset == l.cbOffset + 1 && h >= 2) out.back() = untouched;
@@ -97,9 +71,9 @@ TEST_F(SurfaceToByteBufferTest, SemiPlanarFramesOnBothProfilesAndTheCapacityChec
         for (int format : {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_YCbCr_420_888}) {
             SCOPED_TRACE(std::string(profile) + " " + host::grallocFormatName(format));
             const uint32_t w = 64, h = 30;
-            std::vector<uint8_t> mem = queueFrame(format, w, h);
+            const hosttest::BufferBytes frame = queueFrame(format, w, h);
             const std::vector<uint8_t> expected =
-                    packedSemiPlanar(mem, layout, layout.crOffset, false, 0xEE);
+                    packedSemiPlanar(frame, frame.layout.crOffset, false, 0xEE);
             std::vector<uint8_t> out(expected.size() + 1, 0xEE);
             // One byte short: refused, and the buffer stays locked.
             EXPECT_EQ(copyOut(out, static_cast<jlong>(expected.size() - 1)), android::BAD_VALUE);
@@ -107,12 +81,12 @@ TEST_F(SurfaceToByteBufferTest, SemiPlanarFramesOnBothProfilesAndTheCapacityChec
                                "Buffer size(" + std::to_string(expected.size() - 1) +
                                        ") is smaller than image size(" +
                                        std::to_string(expected.size()) + ")"));
-            EXPECT_TRUE(wasLeftLocked(buffer));
+            EXPECT_TRUE(wasLeftLocked(frame.buffer));
             // Exact: copied, unlocked.
             ASSERT_EQ(copyOut(out, static_cast<jlong>(expected.size())), 0);
             EXPECT_TRUE(std::equal(expected.begin(), expected.end(), out.begin()));
             EXPECT_EQ(out.back(), 0xEE);
-            EXPECT_FALSE(wasLeftLocked(buffer));
+            EXPECT_FALSE(wasLeftLocked(frame.buffer));
             EXPECT_TRUE(
                     logged(kSurfaceTag, ANDROID_LOG_VERBOSE, "nativePutByteBufferFromSurface X"));
         }
@@ -122,16 +96,16 @@ TEST_F(SurfaceToByteBufferTest, SemiPlanarFramesOnBothProfilesAndTheCapacityChec
 TEST_F(SurfaceToByteBufferTest, SixteenBitFramesAndTheVendorBranch) {
     const uint32_t w = 32, h = 8;
     // RAW16: width x height x 2 bytes from the plane.
-    std::vector<uint8_t> mem = queueFrame(HAL_PIXEL_FORMAT_RAW16, w, h);
+    hosttest::BufferBytes frame = queueFrame(HAL_PIXEL_FORMAT_RAW16, w, h);
     std::vector<uint8_t> out(w * h * 2);
     ASSERT_EQ(copyOut(out, static_cast<jlong>(out.size())), 0);
-    EXPECT_TRUE(std::equal(out.begin(), out.end(), mem.begin()));
+    EXPECT_TRUE(std::equal(out.begin(), out.end(), frame.bytes.begin()));
 
     // 0x127: the high byte of every 16-bit sample, luma then chroma.
-    mem = queueFrame(0x127, w, h);
+    frame = queueFrame(0x127, w, h);
     std::vector<uint8_t> high(w * h * 3 / 2);
     ASSERT_EQ(copyOut(high, static_cast<jlong>(high.size())), 0);
-    const uint8_t* p0 = mem.data() + layout.planes[0].offset;
+    const uint8_t* p0 = frame.bytes.data() + frame.layout.planes[0].offset;
     size_t mismatches = 0;
     for (size_t j = 0; j < w * h; ++j) mismatches += high[j] != p0[2 * j + 1];
     EXPECT_EQ(mismatches, 0u);
@@ -145,10 +119,10 @@ TEST_F(SurfaceToByteBufferTest, SixteenBitFramesAndTheVendorBranch) {
     ASSERT_TRUE(host::selectDeviceProfile("packed-nv21"));
 #endif
     setLogLevel("V");
-    mem = queueFrame(HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED, w, h);
-    std::vector<uint8_t> frame(w * h * 3 / 2, 0xEE);
+    frame = queueFrame(HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED, w, h);
+    std::vector<uint8_t> copy(w * h * 3 / 2, 0xEE);
     host::injectFault("buffer.lockAsyncYCbCr", android::BAD_VALUE);
-    ASSERT_EQ(copyOut(frame, static_cast<jlong>(frame.size())), 0);
+    ASSERT_EQ(copyOut(copy, static_cast<jlong>(copy.size())), 0);
     const std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
     auto said = [&](const std::string& text) {
         return std::find(verbose.begin(), verbose.end(), std::string(kName) + ": " + text) !=
@@ -162,11 +136,10 @@ TEST_F(SurfaceToByteBufferTest, SixteenBitFramesAndTheVendorBranch) {
     // The run on an NV12-ordered board (a process started as one; see CMakeLists.txt) must take
     // the swapping branch.
     if (getenv("NUVRA_TEST_NV12_BOARD") != nullptr) EXPECT_TRUE(said("SURFACE FORMAT NV12"));
-    EXPECT_EQ(frame,
-              packedSemiPlanar(mem, layout, size_t{w} * h, said("SURFACE FORMAT NV12"), 0xEE));
+    EXPECT_EQ(copy, packedSemiPlanar(frame, size_t{w} * h, said("SURFACE FORMAT NV12"), 0xEE));
 #else
     EXPECT_TRUE(said("yStride == Width"));
-    EXPECT_EQ(frame, packedSemiPlanar(mem, layout, layout.crOffset, false, 0xEE));
+    EXPECT_EQ(copy, packedSemiPlanar(frame, frame.layout.crOffset, false, 0xEE));
 #endif
 }
 
@@ -176,12 +149,12 @@ TEST_F(SurfaceToByteBufferTest, CompressedFramesDecompressOnTheGpuOnQualcommOnly
     setLogLevel("I");
     const uint32_t w = 66, h = 34;
     std::vector<uint8_t> nv12(w * h * 3 / 2);
-    std::mt19937 rng(3);
-    for (uint8_t& b : nv12) b = static_cast<uint8_t>(rng());
-    queueFrame(kCompressed, w, h, &nv12);
+    std::generate(nv12.begin(), nv12.end(), std::mt19937(3));
+    const hosttest::BufferBytes frame = queueFrame(kCompressed, w, h);
+    ASSERT_TRUE(host::encodeCompressedNv12(*frame.buffer, nv12.data(), w, nv12.data() + w * h, w));
     std::vector<uint8_t> out(w * h * 3 / 2, 0);
     EXPECT_EQ(copyOut(out, static_cast<jlong>(out.size())), 0);
-    EXPECT_FALSE(wasLeftLocked(buffer));
+    EXPECT_FALSE(wasLeftLocked(frame.buffer));
 #if defined(NUVRA_TEST_VENDOR_QCOM)
     EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_INFO, "UBWC -> YUV: converted"));
     size_t mismatches = 0;
@@ -198,8 +171,7 @@ TEST_F(SurfaceToByteBufferTest, CompressedFramesDecompressOnTheGpuOnQualcommOnly
 }
 
 TEST_F(SurfaceToByteBufferTest, NothingQueuedOrNoSurface) {
-    TestSurfaceConfig config;
-    ts = makeTestSurface(env, config);
+    ts = makeTestSurface(env);
     std::vector<uint8_t> out(16);
     host::clearCapturedLogs();
     EXPECT_EQ(copyOut(out, 16), android::INVALID_OPERATION);
