@@ -1,15 +1,14 @@
 // Camera frames passed on through the shipped library and the real JVM: an image acquired from a
 // real android.media.ImageReader produced into Surfaces and into HardwareBuffers of every NV21,
-// flexible and Venus format, and padded NV21 frames from a Java buffer. The expected bytes follow
-// from the two buffers' gralloc layouts alone: luma rows at the target's pitch, the chroma read
-// as NV21 pairs from the source's Cr address at the luma pitch, swapped for Cb-first targets.
+// flexible and Venus format, and padded NV21 frames from a Java buffer. The expected picture
+// follows from the source's gralloc layout alone: its luma rows, then the chroma read as NV21
+// pairs from its Cr address at the luma pitch, swapped for Cb-first targets.
 
 #include <android/log.h>
 #include <android_runtime/android_hardware_HardwareBuffer.h>
 #include <gtest/gtest.h>
 #include <hostcontrol/DeviceProfile.h>
 #include <hostcontrol/FaultInjection.h>
-#include <ui/HostGrallocLayout.h>
 
 #include <algorithm>
 #include <random>
@@ -32,7 +31,7 @@ constexpr int kFlexible = HAL_PIXEL_FORMAT_YCbCr_420_888;
 constexpr uint64_t kCpuReadWrite = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_SW_WRITE_OFTEN;
 
 // A frame's planes as the producers read them: luma rows and NV21 chroma rows from the Cr
-// address, both at `pitch`; reads stop at `crEnd` (the end of the source's chroma plane).
+// address, both at `pitch`; chroma reads stay within `crReadable` bytes (the chroma plane's end).
 struct SourcePlanes {
     const uint8_t* y;
     const uint8_t* cr;
@@ -110,20 +109,13 @@ protected:
         EXPECT_EQ(dequeuableBuffers(target), freeBuffers);
     }
 
-    jobject newHardwareBuffer(uint32_t w, uint32_t h, int format) {
-        jclass cls = env->FindClass("android/hardware/HardwareBuffer");
-        jobject buffer = env->CallStaticObjectMethod(
-                cls,
-                env->GetStaticMethodID(cls, "create", "(IIIIJ)Landroid/hardware/HardwareBuffer;"),
-                static_cast<jint>(w), static_cast<jint>(h), format, 1,
-                static_cast<jlong>(kCpuReadWrite));
-        EXPECT_FALSE(env->ExceptionCheck());
-        return buffer;
-    }
-    sp<GraphicBuffer> graphicBufferOf(jobject hardwareBuffer) {
-        return GraphicBuffer::fromAHardwareBuffer(
-                android::android_hardware_HardwareBuffer_getNativeHardwareBuffer(env,
-                                                                                 hardwareBuffer));
+    // A Java HardwareBuffer over a new buffer (kept in `buffer`) that the CPU reads and writes.
+    jobject newHardwareBuffer(uint32_t w, uint32_t h, int format,
+                              sp<GraphicBuffer>* buffer = nullptr) {
+        sp<GraphicBuffer> gb = new GraphicBuffer(w, h, format, 1, kCpuReadWrite, "test");
+        if (buffer != nullptr) *buffer = gb;
+        return android::android_hardware_HardwareBuffer_createFromAHardwareBuffer(
+                env, gb->toAHardwareBuffer());
     }
 
     hosttest::AcquiredImage camera;
@@ -155,14 +147,15 @@ TEST_F(YuvProducerTest, CameraFrameIntoEverySurfaceAndHardwareBufferFormatOnBoth
                 EXPECT_EQ(host::callCount("window.queueBuffer"), 1u);
                 for (bool imageFirst : {true, false}) {
                     SCOPED_TRACE(imageFirst ? "image first" : "buffer first");
-                    jobject hb = newHardwareBuffer(w, h, format);
+                    sp<GraphicBuffer> buffer;
+                    jobject hb = newHardwareBuffer(w, h, format, &buffer);
                     ASSERT_NE(hb, nullptr);
                     ASSERT_EQ(imageFirst
                                       ? util()->nativeProduceFrameToHardwareBuffer(env, image, hb)
                                       : util()->nativeProduceFrameToHardwareBuffer(env, hb, image),
                               0);
                     EXPECT_TRUE(imageUnlocked());
-                    expectPlanesCopied(*graphicBufferOf(hb), source, w, h);
+                    expectPlanesCopied(*buffer, source, w, h);
                 }
                 EXPECT_TRUE(logTexts(kSurfaceTag, ANDROID_LOG_ERROR).empty());
             }
@@ -185,11 +178,12 @@ TEST_F(YuvProducerTest, PaddedNv21BufferRowsAndChromaOffset) {
         const size_t chromaOffset = static_cast<size_t>(c.heightSlice) * c.stride;
         std::vector<uint8_t> in(chromaOffset + c.height / 2 * c.stride);
         std::generate(in.begin(), in.end(), std::mt19937(3));
-        jobject buffer = env->NewDirectByteBuffer(in.data(), static_cast<jlong>(in.size()));
-        ASSERT_EQ(util()->nativeProduceFrameWithNV21FromBuffer(env, target.javaSurface, buffer,
-                                                               c.width, c.height, c.stride,
-                                                               c.heightSlice),
-                  0);
+        auto fromBuffer = [&](size_t capacity) {
+            jobject buffer = env->NewDirectByteBuffer(in.data(), static_cast<jlong>(capacity));
+            return util()->nativeProduceFrameWithNV21FromBuffer(
+                    env, target.javaSurface, buffer, c.width, c.height, c.stride, c.heightSlice);
+        };
+        ASSERT_EQ(fromBuffer(in.size()), 0);
         sp<GraphicBuffer> got = receive();
         ASSERT_NE(got, nullptr);
         ASSERT_GT(got->getStride(), static_cast<uint32_t>(c.width));  // a wider buffer
@@ -199,12 +193,7 @@ TEST_F(YuvProducerTest, PaddedNv21BufferRowsAndChromaOffset) {
                            "produceFrameWithYuv420: Stride != Width"));
         // One byte short of the last chroma row: refused before anything is dequeued.
         host::resetFaultsAndCalls();
-        jobject shortBuffer = env->NewDirectByteBuffer(
-                in.data(), static_cast<jlong>(in.size() - 1 - (c.stride - c.width)));
-        EXPECT_EQ(util()->nativeProduceFrameWithNV21FromBuffer(env, target.javaSurface, shortBuffer,
-                                                               c.width, c.height, c.stride,
-                                                               c.heightSlice),
-                  android::BAD_VALUE);
+        EXPECT_EQ(fromBuffer(in.size() - 1 - (c.stride - c.width)), android::BAD_VALUE);
         EXPECT_EQ(host::callCount("window.dequeueBuffer"), 0u);
     }
 }
