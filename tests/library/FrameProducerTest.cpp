@@ -81,11 +81,12 @@ protected:
         EXPECT_EQ(dequeuableBuffers(ts), freeBuffers);
     }
     void useProfile(const char* name) { ASSERT_TRUE(host::selectDeviceProfile(name)); }
-    // The index of the first captured line that starts with `prefix`; -1 when there is none.
-    static int lineIndex(const std::string& prefix) {
+    // The index of the library's first captured line `text` at `priority`; -1 when there is none.
+    static int lineIndex(int priority, const std::string& text) {
         std::vector<host::LogLine> lines = host::capturedLogs();
         for (size_t i = 0; i < lines.size(); ++i) {
-            if (lines[i].text.rfind(prefix, 0) == 0) return static_cast<int>(i);
+            const host::LogLine& l = lines[i];
+            if (l.tag == kSurfaceTag && l.priority == priority && l.text == text) return int(i);
         }
         return -1;
     }
@@ -450,40 +451,99 @@ TEST_F(FrameProducerTest, BadArgumentsAreRefusedBeforeTheDequeue) {
                     << verbose[1];
         }
     }
+    // Null buffers throw (and return 0).
+    EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, nullptr, 3, 3, 1), 0);
+    expectPendingException(env, "java.lang.NullPointerException", "pixelBuffer");
+    jbyteArray heap = env->NewByteArray(16);
+    jclass byteBuffer = env->FindClass("java/nio/ByteBuffer");
+    jobject wrapped = env->CallStaticObjectMethod(
+            byteBuffer, env->GetStaticMethodID(byteBuffer, "wrap", "([B)Ljava/nio/ByteBuffer;"),
+            heap);
+    ASSERT_FALSE(env->ExceptionCheck());
+    EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, wrapped, 3, 3, 1), 0);
+    expectPendingException(env, "java.lang.NullPointerException", "pixels");
+    EXPECT_EQ(util()->nativeProduceFrameWithNV21(env, ts.javaSurface, 0, 3, 3), 0);
+    expectPendingException(env, "java.lang.NullPointerException", "pixel");
     EXPECT_EQ(host::callCount("window.dequeueBuffer"), 0u);
+
+    // A 3x3 NV21 frame is 13 bytes long, as the signed product computes it (the 8x8 buffer is
+    // then refused).
+    std::vector<uint8_t> nv21 = randomBytes(13, 11);
+    host::clearCapturedLogs();
+    util()->nativeProduceFrameWithNV21(env, ts.javaSurface,
+                                       static_cast<jlong>(reinterpret_cast<uintptr_t>(nv21.data())),
+                                       3, 3);
+    std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
+    ASSERT_GE(verbose.size(), 2u);
+    EXPECT_EQ(verbose[0], "nativeProduceFrame");
+    EXPECT_NE(verbose[1].find("3x3 (fmt=11, size=d)"), std::string::npos) << verbose[1];
 }
 
+// A refusal after the dequeue returns its status with its line and cancels the buffer. Some rows
+// write a progress line right after lockYCbCr returns, before the failure's line. Only a lock
+// that succeeded without an address is undone by an unlock.
 TEST_F(FrameProducerTest, RefusalsAfterTheDequeueCancelTheBuffer) {
+    const std::string lockError =
+            std::string("produceFrame: Error ") + strerror(12) + " (-12) while";
+    const std::string ycbcrError =
+            withError("produceFrame: Failed to lock ycbcr buffer, error", -12);
     const struct {
-        int bufferFormat, width, height, inputFormat;
-        const char* fault;
+        int bufferFormat, inputFormat, w, h;
+        const char* fault;  // armed with `status`
         int status;
-        const char* line;
+        std::string line, progress = "";
+        bool qcomOnly = false;
+        int bufferWidth = 0;  // when not w
     } cases[] = {
-            {HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 8, HAL_PIXEL_FORMAT_RGBA_8888, nullptr, -22,
+            {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888, 16, 8, nullptr, -22,
              "produceFrame: Received gralloc buffer with bad dimensions 8x8, expecting "
-             "dimensions 16 x 8"},
-            {HAL_PIXEL_FORMAT_YCrCb_420_SP, 8, 8, 0x36, nullptr, -22,
+             "dimensions 16 x 8",
+             "", false, 8},
+            {HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x36, 8, 8, nullptr, -22,
              "produceFrame: Invalid pixel format in produceFrame: 36"},
-            {HAL_PIXEL_FORMAT_YCrCb_420_SP, 8, 8, HAL_PIXEL_FORMAT_RGBA_8888, "window.query.FORMAT",
-             -19, nullptr},
-            {HAL_PIXEL_FORMAT_YV12, 34, 11, HAL_PIXEL_FORMAT_RGBA_8888, nullptr, -22,
+            {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888, 8, 8, "window.query.FORMAT",
+             -19, withError("produceFrame: Error while querying surface pixel format", -19)},
+            {HAL_PIXEL_FORMAT_YV12, HAL_PIXEL_FORMAT_RGBA_8888, 34, 11, nullptr, -22,
              "produceFrame: Dimens 34 x 11 are not divisible by 2."},
-            {HAL_PIXEL_FORMAT_YV12, 16, 4, HAL_PIXEL_FORMAT_YCrCb_420_SP, nullptr, -38,
+            {HAL_PIXEL_FORMAT_YV12, HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 4, nullptr, -38,
              "produceFrame: Convert 420sp to other format(32315659) is not supported yet."},
+            {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888, 16, 4, "buffer.lock", -12,
+             lockError + " locking buffer for write."},
+            {HAL_PIXEL_FORMAT_YV12, HAL_PIXEL_FORMAT_RGBA_8888, 16, 4, "buffer.lock", -12,
+             lockError + " locking gralloc buffer for write."},
+            {HAL_PIXEL_FORMAT_YCbCr_420_888, HAL_PIXEL_FORMAT_RGBA_8888, 16, 4, "buffer.lockYCbCr",
+             -12, ycbcrError},
+            {HAL_PIXEL_FORMAT_RGB_565, HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 4, "buffer.lock", -12,
+             withError("produceFrame: Failed to lock buffer, error", -12)},
+            {HAL_PIXEL_FORMAT_YCbCr_420_888, HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 4,
+             "buffer.lockYCbCr", -12, ycbcrError,
+             "produceFrame: y = (nil), cr = (nil), error(-12)"},
+            {kVenusNv12, HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 4, "buffer.lockYCbCr", -12, ycbcrError,
+             "produceFrame: y = (nil), cb = (nil) error(-12), yStride(0), cStride(0)", true},
+            {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888, 16, 4,
+             "buffer.lock.nullAddress", -22,
+             "produceFrame: nullptr after locking buffer for write."},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.inputFormat << " into " << c.bufferFormat);
-        makeSurface(c.bufferFormat, c.bufferFormat == HAL_PIXEL_FORMAT_YV12 ? c.width : 8,
-                    c.bufferFormat == HAL_PIXEL_FORMAT_YV12 ? c.height : 8);
+        SCOPED_TRACE(c.line);
+#if !defined(NUVRA_TEST_VENDOR_QCOM)
+        if (c.qcomOnly) continue;
+#endif
+        makeSurface(c.bufferFormat, c.bufferWidth != 0 ? c.bufferWidth : c.w, c.h);
         if (c.fault != nullptr) host::injectFault(c.fault, c.status);
-        std::vector<uint8_t> pixels(c.width * c.height * 4);
-        EXPECT_EQ(produce(pixels, c.width, c.height, c.inputFormat), c.status);
-        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                           c.line != nullptr ? c.line
-                                             : withError("produceFrame: Error while querying "
-                                                         "surface pixel format",
-                                                         c.status)));
+        std::vector<uint8_t> pixels(c.w * c.h * 4);
+        setLogLevel("V");
+        EXPECT_EQ(produce(pixels, c.w, c.h, c.inputFormat), c.status);
+        setLogLevel("");
+        const bool nullAddress = c.fault != nullptr && strstr(c.fault, "nullAddress") != nullptr;
+        EXPECT_EQ(host::callCount("buffer.unlock"), nullAddress ? 1u : 0u);
+        int failure = lineIndex(ANDROID_LOG_ERROR, c.line);
+        EXPECT_GE(failure, 0);
+        if (!c.progress.empty()) {
+            int progress = lineIndex(ANDROID_LOG_VERBOSE, c.progress);
+            EXPECT_GE(progress, 0);
+            EXPECT_LT(progress, failure);
+        }
         expectCancelled();
     }
 }
@@ -523,59 +583,6 @@ TEST_F(FrameProducerTest, SizeChecksAtTheirBoundaries) {
     }
 }
 
-TEST_F(FrameProducerTest, LockFailuresUseTheirRowsMessages) {
-    const struct {
-        int bufferFormat, inputFormat;
-        const char* point;
-        std::string failure, progress;  // the line after lockYCbCr comes before the failure's
-        bool qcomOnly;
-    } cases[] = {
-            {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888, "buffer.lock",
-             std::string("produceFrame: Error ") + strerror(12) +
-                     " (-12) while locking buffer for write.",
-             "", false},
-            {HAL_PIXEL_FORMAT_YV12, HAL_PIXEL_FORMAT_RGBA_8888, "buffer.lock",
-             std::string("produceFrame: Error ") + strerror(12) +
-                     " (-12) while locking gralloc buffer for write.",
-             "", false},
-            {HAL_PIXEL_FORMAT_YCbCr_420_888, HAL_PIXEL_FORMAT_RGBA_8888, "buffer.lockYCbCr",
-             withError("produceFrame: Failed to lock ycbcr buffer, error", -12), "", false},
-            {HAL_PIXEL_FORMAT_RGB_565, HAL_PIXEL_FORMAT_YCrCb_420_SP, "buffer.lock",
-             withError("produceFrame: Failed to lock buffer, error", -12), "", false},
-            {HAL_PIXEL_FORMAT_YCbCr_420_888, HAL_PIXEL_FORMAT_YCrCb_420_SP, "buffer.lockYCbCr",
-             withError("produceFrame: Failed to lock ycbcr buffer, error", -12),
-             "produceFrame: y = (nil), cr = (nil), error(-12)", false},
-            {kVenusNv12, HAL_PIXEL_FORMAT_YCrCb_420_SP, "buffer.lockYCbCr",
-             withError("produceFrame: Failed to lock ycbcr buffer, error", -12),
-             "produceFrame: y = (nil), cb = (nil) error(-12), yStride(0), cStride(0)", true},
-            // A lock that succeeds without an address is unlocked again and refused.
-            {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888, "buffer.lock.nullAddress",
-             "produceFrame: nullptr after locking buffer for write.", "", false},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.failure);
-#if !defined(NUVRA_TEST_VENDOR_QCOM)
-        if (c.qcomOnly) continue;
-#endif
-        makeSurface(c.bufferFormat, 16, 4);
-        std::vector<uint8_t> pixels(16 * 4 * 4);
-        const bool nullAddress = strstr(c.point, "nullAddress") != nullptr;
-        host::injectFault(c.point, -12);
-        setLogLevel("V");
-        EXPECT_EQ(produce(pixels, 16, 4, c.inputFormat), nullAddress ? -22 : -12);
-        setLogLevel("");
-        EXPECT_EQ(host::callCount("buffer.unlock"), nullAddress ? 1u : 0u);
-        int failure = lineIndex(c.failure);
-        EXPECT_GE(failure, 0);
-        if (!c.progress.empty()) {
-            int progress = lineIndex(c.progress);
-            EXPECT_GE(progress, 0);
-            EXPECT_LT(progress, failure);
-        }
-        expectCancelled();
-    }
-}
-
 TEST_F(FrameProducerTest, UnlockAndQueueFailuresCancelTheBuffer) {
     makeSurface(HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 4);
     std::vector<uint8_t> rgba(16 * 4 * 4);
@@ -592,35 +599,6 @@ TEST_F(FrameProducerTest, UnlockAndQueueFailuresCancelTheBuffer) {
     EXPECT_EQ(host::callCount("window.cancelBuffer"), 1u);
     EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
                        withError("nativeProduceFrame: Error while producing frame", -19)));
-}
-
-TEST_F(FrameProducerTest, JavaArgumentsOfTheTwoOperations) {
-    setLogLevel("V");
-    makeSurface(HAL_PIXEL_FORMAT_YCrCb_420_SP, 3, 3);
-    EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, nullptr, 3, 3, 1), 0);
-    expectPendingException(env, "java.lang.NullPointerException", "pixelBuffer");
-    jbyteArray heap = env->NewByteArray(16);
-    jclass byteBuffer = env->FindClass("java/nio/ByteBuffer");
-    jobject wrapped = env->CallStaticObjectMethod(
-            byteBuffer, env->GetStaticMethodID(byteBuffer, "wrap", "([B)Ljava/nio/ByteBuffer;"),
-            heap);
-    ASSERT_FALSE(env->ExceptionCheck());
-    EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, wrapped, 3, 3, 1), 0);
-    expectPendingException(env, "java.lang.NullPointerException", "pixels");
-    EXPECT_EQ(util()->nativeProduceFrameWithNV21(env, ts.javaSurface, 0, 3, 3), 0);
-    expectPendingException(env, "java.lang.NullPointerException", "pixel");
-    EXPECT_EQ(host::callCount("window.dequeueBuffer"), 0u);
-
-    // A 3x3 NV21 frame is 13 bytes long, as the signed product computes it.
-    std::vector<uint8_t> nv21 = randomBytes(13, 11);
-    host::clearCapturedLogs();
-    util()->nativeProduceFrameWithNV21(env, ts.javaSurface,
-                                       static_cast<jlong>(reinterpret_cast<uintptr_t>(nv21.data())),
-                                       3, 3);
-    std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
-    ASSERT_GE(verbose.size(), 2u);
-    EXPECT_EQ(verbose[0], "nativeProduceFrame");
-    EXPECT_NE(verbose[1].find("3x3 (fmt=11, size=d)"), std::string::npos) << verbose[1];
 }
 
 }  // namespace
