@@ -115,15 +115,6 @@ TEST_F(ImageHelpersTest, P010PlaneLayoutsAreCheckedComponentByComponent) {
         }
         EXPECT_EQ(allLogLines(), lines);
     }
-    // Without an override: what the host's gralloc 4 mapper says of its own P010 buffer.
-    host::clearPlaneLayoutOverride();
-    setLogLevel("D");
-    host::GrallocLayout layout;
-    ASSERT_TRUE(host::grallocLayoutOf(*buffer, &layout));
-    LockedBuffer out;
-    ASSERT_EQ(extractP010Gralloc4PlaneLayout(buffer, base, HAL_PIXEL_FORMAT_YCBCR_P010, &out), 0);
-    EXPECT_EQ(out.dataCb, base + layout.planes[1].offset);
-    EXPECT_EQ(out.chromaStride, layout.planes[1].strideBytes);
 }
 
 }  // namespace
