@@ -94,51 +94,35 @@ int sampleAt(int32_t format, const uint8_t* row, uint32_t x) {
 // lock: the luma (Y8, Y16) or the RGGB mosaic (RAW16 and RAW10 10-bit, RAW12 12-bit).
 void expectPicture(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
     const int32_t format = buffer.getPixelFormat();
-    const std::vector<int> yuv = {0, 1, 2};
-    if (format == HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC) {
-        host::GrallocLayout layout;
-        ASSERT_TRUE(host::grallocLayoutOf(buffer, &layout));
-        const std::vector<uint8_t> nv12 =
-                host::decodeCompressedNv12(layout, host::readBufferMemory(buffer).data());
-        ASSERT_FALSE(nv12.empty());
-        const uint8_t* chroma = nv12.data() + size_t{p.width} * p.height;
-        EXPECT_EQ(offSamples(p, yuv, 255, 1,
-                             [&](uint32_t x, uint32_t y, int c) {
-                                 return c == 0 ? nv12[size_t{y} * p.width + x]
-                                               : chroma[(y / 2) * ((p.width + 1) / 2 * 2) +
-                                                        (x / 2) * 2 + c - 1];
-                             }),
-                  0);
-        return;
-    }
+    const bool compressed = format == HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
+    const bool singlePlane = format == HAL_PIXEL_FORMAT_Y8 || format == HAL_PIXEL_FORMAT_Y16 ||
+                             format == HAL_PIXEL_FORMAT_RAW16 || format == HAL_PIXEL_FORMAT_RAW10 ||
+                             format == HAL_PIXEL_FORMAT_RAW12;
     int off = 0;
     void* base = nullptr;
     int32_t bytesPerPixel = 0, stride = 0;
     android_ycbcr ycbcr{};
+    std::vector<uint8_t> nv12;
     std::vector<android::ui::PlaneLayout> l;
-    if (format == HAL_PIXEL_FORMAT_YCBCR_P010) {
+    if (compressed) {
+        host::GrallocLayout layout;
+        ASSERT_TRUE(host::grallocLayoutOf(buffer, &layout));
+        nv12 = host::decodeCompressedNv12(layout, host::readBufferMemory(buffer).data());
+        ASSERT_FALSE(nv12.empty());
+        uint8_t* chroma = nv12.data() + size_t{p.width} * p.height;  // (width + 1) / 2 pairs a row
+        ycbcr = {nv12.data(), chroma, chroma + 1, p.width, (p.width + 1) / 2 * 2, 2, {}};
+    } else if (format == HAL_PIXEL_FORMAT_YCBCR_P010) {
         ASSERT_EQ(android::GraphicBufferMapper::get().getPlaneLayouts(buffer.handle, &l), OK);
         ASSERT_EQ(l.size(), 2u);
         ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base), OK);
         const auto* b = static_cast<const uint8_t*>(base);
-        off = offSamples(p, yuv, 1023, 5, [&](uint32_t x, uint32_t y, int c) {
+        off = offSamples(p, {0, 1, 2}, 1023, 5, [&](uint32_t x, uint32_t y, int c) {
             const size_t at = c == 0 ? l[0].offsetInBytes + y * l[0].strideInBytes + x * 2
                                      : l[1].offsetInBytes + (y / 2) * l[1].strideInBytes +
                                                (x / 2) * 4 + (c - 1) * 2;
             return le16(b + at) & 63 ? -1e6 : le16(b + at) >> 6;  // low bits set: off
         });
-    } else if (format != HAL_PIXEL_FORMAT_Y8 && format != HAL_PIXEL_FORMAT_Y16 &&
-               format != HAL_PIXEL_FORMAT_RAW16 && format != HAL_PIXEL_FORMAT_RAW10 &&
-               format != HAL_PIXEL_FORMAT_RAW12) {
-        ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
-        if (padded) EXPECT_GE(ycbcr.ystride, 64u);
-        const void* planes[3] = {ycbcr.y, ycbcr.cb, ycbcr.cr};
-        off = offSamples(p, yuv, 255, 1, [&](uint32_t x, uint32_t y, int c) {
-            const size_t at = c == 0 ? y * ycbcr.ystride + x
-                                     : (y / 2) * ycbcr.cstride + (x / 2) * ycbcr.chroma_step;
-            return static_cast<const uint8_t*>(planes[c])[at];
-        });
-    } else {
+    } else if (singlePlane) {
         ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base, &bytesPerPixel, &stride), OK);
         const bool luma = format == HAL_PIXEL_FORMAT_Y8 || format == HAL_PIXEL_FORMAT_Y16;
         const double max = format == HAL_PIXEL_FORMAT_Y8      ? 255
@@ -149,9 +133,20 @@ void expectPicture(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
         off = offSamples(p, {luma ? 0 : 3}, max, tolerance, [&](uint32_t x, uint32_t y, int) {
             return sampleAt(format, static_cast<const uint8_t*>(base) + size_t{y} * stride, x);
         });
+    } else {
+        ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
+        if (padded) EXPECT_GE(ycbcr.ystride, 64u);
+    }
+    if (ycbcr.y != nullptr) {
+        const void* planes[3] = {ycbcr.y, ycbcr.cb, ycbcr.cr};
+        off = offSamples(p, {0, 1, 2}, 255, 1, [&](uint32_t x, uint32_t y, int c) {
+            const size_t at = c == 0 ? y * ycbcr.ystride + x
+                                     : (y / 2) * ycbcr.cstride + (x / 2) * ycbcr.chroma_step;
+            return static_cast<const uint8_t*>(planes[c])[at];
+        });
     }
     EXPECT_EQ(off, 0);
-    EXPECT_EQ(buffer.unlock(), OK);
+    if (!compressed) EXPECT_EQ(buffer.unlock(), OK);
 }
 
 // The JPEG starts the buffer, decodes back to the picture, and its size is in the camera's
