@@ -100,12 +100,6 @@ Span readSpan(ptrdiff_t rowStep, ptrdiff_t colStep, size_t rows, size_t cols) {
             std::max<ptrdiff_t>(0, lastRow) + std::max<ptrdiff_t>(0, lastCol)};
 }
 
-Span unite(Span a, Span b) {
-    if (a.hi < a.lo) return b;
-    if (b.hi < b.lo) return a;
-    return {std::min(a.lo, b.lo), std::max(a.hi, b.hi)};
-}
-
 // A buffer holding exactly `span` (random bytes), fenced on a random side; origin() is offset 0.
 struct FencedPlane {
     FencedPlane(Span span, std::mt19937& rng)
@@ -183,7 +177,9 @@ std::vector<uint8_t> convertFenced(KernelVariant variant, const Frame& f, uint32
     if (f.shared) {
         vSpan.lo += f.vFromU;
         vSpan.hi += f.vFromU;
-        uPlane = std::make_unique<FencedPlane>(unite(uSpan, vSpan), rng);
+        // Both spans are empty or neither is: they have the same rows and pairs.
+        uPlane = std::make_unique<FencedPlane>(
+                Span{std::min(uSpan.lo, vSpan.lo), std::max(uSpan.hi, vSpan.hi)}, rng);
         u = uPlane->origin();
         v = u + f.vFromU;
     } else if (uSpan.hi >= uSpan.lo) {

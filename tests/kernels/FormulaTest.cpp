@@ -58,11 +58,8 @@ TEST(RgbaToYuv420Sweep, EveryRgbValue) {
     for (int r = 0; r < 256; ++r) {
         for (size_t row = 0; row < kSide; ++row) {
             for (size_t x = 0; x < kSide; ++x) {
-                uint8_t* p = &rgba[(row * kSide + x) * 4];
-                p[0] = static_cast<uint8_t>(r);
-                p[1] = static_cast<uint8_t>(row / 2);
-                p[2] = static_cast<uint8_t>(x / 2);
-                p[3] = 0x5A;
+                const uint8_t pixel[4] = {uint8_t(r), uint8_t(row / 2), uint8_t(x / 2), 0x5A};
+                memcpy(&rgba[(row * kSide + x) * 4], pixel, 4);
             }
         }
         uint8_t* vu = reference.data() + kSide * kSide;

@@ -42,9 +42,7 @@ TEST_P(HighBytesTest, MatchesScalarInsideFencedBuffers) {
     for (size_t n : {size_t{1023}, size_t{65537}, (size_t{4} << 20) + 37}) counts.push_back(n);
     for (size_t count : counts) {
         for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
-            SCOPED_TRACE(testing::Message()
-                         << count << " samples, fenced "
-                         << (fence == GuardedBuffer::Fence::After ? "after" : "before"));
+            SCOPED_TRACE(testing::Message() << count << " samples, fence " << int(fence));
             GuardedBuffer samples(2 * count, fence);
             fillBytes(samples.data(), samples.size(), Fill::Random, rng);
             GuardedBuffer out(count, fence), ref(count, fence);

@@ -108,22 +108,15 @@ inline void modelRgbaToYuv420(const uint8_t* rgba, size_t width, size_t height, 
 inline void modelNv21ToRgb565(const uint8_t* nv21, size_t bytes, int width, int height,
                               uint8_t* out) {
     if (width <= 0 || height <= 0) return;
-    const size_t w = static_cast<size_t>(width);
-    const size_t h = static_cast<size_t>(height);
-    const size_t pairs = w / 2;
-    for (size_t r = 0; r < h; ++r) {
-        if (r * w + 2 * pairs > bytes) return;
+    const size_t w = static_cast<size_t>(width), h = static_cast<size_t>(height), even = w / 2 * 2;
+    for (size_t r = 0; r < h && r * w + even <= bytes; ++r) {
         long chromaRow = static_cast<long>(r / 2);
-        while (chromaRow >= 0 && w * h + chromaRow * w + 2 * pairs > bytes) --chromaRow;
-        for (size_t x = 0; x < 2 * pairs; x += 2) {
-            const uint8_t* c = chromaRow >= 0 ? nv21 + w * h + chromaRow * w + x : nullptr;
-            const int v = c != nullptr ? c[0] : 128;
-            const int u = c != nullptr ? c[1] : 128;
-            for (size_t i = 0; i < 2; ++i) {
-                const uint16_t px = modelRgb565(nv21[r * w + x + i], u, v);
-                out[(r * w + x + i) * 2] = static_cast<uint8_t>(px & 0xFF);
-                out[(r * w + x + i) * 2 + 1] = static_cast<uint8_t>(px >> 8);
-            }
+        while (chromaRow >= 0 && w * h + chromaRow * w + even > bytes) --chromaRow;
+        for (size_t x = 0; x < even; ++x) {
+            const uint8_t* vu = chromaRow >= 0 ? nv21 + w * h + chromaRow * w + x / 2 * 2 : nullptr;
+            const uint16_t px = modelRgb565(nv21[r * w + x], vu ? vu[1] : 128, vu ? vu[0] : 128);
+            out[(r * w + x) * 2] = static_cast<uint8_t>(px & 0xFF);
+            out[(r * w + x) * 2 + 1] = static_cast<uint8_t>(px >> 8);
         }
     }
 }

@@ -30,10 +30,7 @@ std::vector<Size> frameSizes() {
 
 enum class Layout { NV21, NV12, Planar, Step3, Overlapping };
 
-const char* layoutName(Layout l) {
-    static const char* const kNames[] = {"NV21", "NV12", "Planar", "Step3", "Overlapping"};
-    return kNames[static_cast<int>(l)];
-}
+constexpr const char* kLayoutNames[] = {"NV21", "NV12", "Planar", "Step3", "Overlapping"};
 
 // Where the planes of one frame lie within one output buffer: `lead` bytes after its start and
 // `tail` bytes before its end (a canary margin, or 0 against a fence).
@@ -83,8 +80,8 @@ TEST_P(KernelVariantTest, RgbaToYuv420MatchesModelAndScalarInsideFencedBuffers) 
                 for (Fill fill : {Fill::Random, Fill::Extremes, Fill::Black, Fill::White}) {
                     after = !after;
                     SCOPED_TRACE(testing::Message()
-                                 << s.w << "x" << s.h << " " << layoutName(layout) << " pad " << pad
-                                 << " fill " << int(fill) << (after ? " after" : " before"));
+                                 << s.w << "x" << s.h << " " << kLayoutNames[int(layout)] << " pad "
+                                 << pad << " fill " << int(fill) << (after ? " after" : " before"));
                     const auto fence =
                             after ? GuardedBuffer::Fence::After : GuardedBuffer::Fence::Before;
                     GuardedBuffer rgba(s.w * s.h * 4, fence);
