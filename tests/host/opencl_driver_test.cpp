@@ -190,29 +190,21 @@ TEST(CompressedNv12, RoundTripsLosslesslyAndStoresFlatTilesShort) {
     EXPECT_FALSE(host::encodeCompressedNv12(*nv12, picture.bytes.data(), 8, picture.uv(), 8));
 }
 
-// Runs read_and_gather over width x height pixels of `image`: the reads, then the gathers.
-std::vector<cl_uchar4> readAndGather(cl_mem image, uint32_t width, uint32_t height) {
+// Runs `kernel` of the tests' program over width x height with `args` (memory objects and
+// samplers), to the end.
+void runKernel(const char* name, std::initializer_list<const void*> args, size_t width,
+               size_t height) {
     ClSession& s = ClSession::get();
-    cl_int status = CL_SUCCESS;
-    cl_kernel kernel = s.clCreateKernel(s.program, "read_and_gather", &status);
-    cl_sampler sampler = s.clCreateSampler(s.context, CL_FALSE, CL_ADDRESS_CLAMP_TO_EDGE,
-                                           CL_FILTER_NEAREST, &status);
-    std::vector<cl_uchar4> result(size_t{width} * height * 2);
-    const size_t bytes = result.size() * sizeof(cl_uchar4), global[2] = {width, height};
-    cl_mem out = s.clCreateBuffer(s.context, CL_MEM_WRITE_ONLY, bytes, nullptr, &status);
-    s.clSetKernelArg(kernel, 0, sizeof(cl_mem), &image);
-    s.clSetKernelArg(kernel, 1, sizeof(cl_sampler), &sampler);
-    s.clSetKernelArg(kernel, 2, sizeof(cl_mem), &out);
+    cl_kernel kernel = s.clCreateKernel(s.program, name, nullptr);
+    cl_uint index = 0;
+    for (const void* arg : args)
+        EXPECT_EQ(s.clSetKernelArg(kernel, index++, sizeof(cl_mem), arg), CL_SUCCESS);
+    const size_t global[2] = {width, height};
     EXPECT_EQ(s.clEnqueueNDRangeKernel(s.queue, kernel, 2, nullptr, global, nullptr, 0, nullptr,
                                        nullptr),
               CL_SUCCESS);
-    EXPECT_EQ(s.clEnqueueReadBuffer(s.queue, out, CL_TRUE, 0, bytes, result.data(), 0, nullptr,
-                                    nullptr),
-              CL_SUCCESS);
-    s.clReleaseMemObject(out);
-    s.clReleaseSampler(sampler);
+    EXPECT_EQ(s.clFinish(s.queue), CL_SUCCESS);
     s.clReleaseKernel(kernel);
-    return result;
 }
 
 // A read gives (Y, Cb, Cr, 1) of the pixel; the 2x2 gather the luma of the block at it in gather
@@ -225,6 +217,9 @@ TEST(OpenClDriverImages, CompressedImageReadsAndGathersYCbCrOnTheDevice) {
                   {7, 3, CL_MEM_HOST_WRITEBACK_QCOM},
                   {33, 18, CL_MEM_HOST_UNCACHED_QCOM},
                   {130, 67, CL_MEM_HOST_WRITEBACK_QCOM}};
+    ClSession& s = ClSession::get();
+    cl_sampler sampler = s.clCreateSampler(s.context, CL_FALSE, CL_ADDRESS_CLAMP_TO_EDGE,
+                                           CL_FILTER_NEAREST, nullptr);
     for (const auto& c : kCases) {
         Nv12Picture picture = makePicture(c.width, c.height, c.width % 2 == 0, c.height);
         android::sp<android::GraphicBuffer> buffer = compressedBuffer(picture);
@@ -241,7 +236,15 @@ TEST(OpenClDriverImages, CompressedImageReadsAndGathersYCbCrOnTheDevice) {
                 host::encodeCompressedNv12(*buffer, picture.bytes.data(), picture.width,
                                            picture.uv(), picture.chromaWidth());
             }
-            const std::vector<cl_uchar4> pixels = readAndGather(image, c.width, c.height);
+            // The reads, then the gathers.
+            std::vector<cl_uchar4> pixels(size_t{c.width} * c.height * 2);
+            const size_t bytes = pixels.size() * sizeof(cl_uchar4);
+            cl_mem out = s.clCreateBuffer(s.context, CL_MEM_WRITE_ONLY, bytes, nullptr, nullptr);
+            runKernel("read_and_gather", {&image, &sampler, &out}, c.width, c.height);
+            EXPECT_EQ(s.clEnqueueReadBuffer(s.queue, out, CL_TRUE, 0, bytes, pixels.data(), 0,
+                                            nullptr, nullptr),
+                      CL_SUCCESS);
+            s.clReleaseMemObject(out);
             auto luma = [&](uint32_t x, uint32_t y) {
                 return picture.y(std::min(x, c.width - 1), std::min(y, c.height - 1));
             };
@@ -259,12 +262,12 @@ TEST(OpenClDriverImages, CompressedImageReadsAndGathersYCbCrOnTheDevice) {
             EXPECT_EQ(mismatches, 0u) << c.width << "x" << c.height << " frame " << frame;
         }
         cl_image_format format{};
-        EXPECT_EQ(ClSession::get().clGetImageInfo(image, CL_IMAGE_FORMAT, sizeof(format), &format,
-                                                  nullptr),
+        EXPECT_EQ(s.clGetImageInfo(image, CL_IMAGE_FORMAT, sizeof(format), &format, nullptr),
                   CL_SUCCESS);
         EXPECT_EQ(format.image_channel_order, cl_uint{CL_QCOM_COMPRESSED_NV12});
-        EXPECT_EQ(ClSession::get().clReleaseMemObject(image), CL_SUCCESS);
+        EXPECT_EQ(s.clReleaseMemObject(image), CL_SUCCESS);
     }
+    s.clReleaseSampler(sampler);
 }
 
 TEST(OpenClDriverImages, PlaneWritesLandInTheVenusLayout) {
@@ -284,14 +287,7 @@ TEST(OpenClDriverImages, PlaneWritesLandInTheVenusLayout) {
     cl_mem yPlane = qcomImage(CL_QCOM_NV12_Y, width, height, nullptr, nv12, &status);
     cl_mem uvPlane = qcomImage(CL_QCOM_NV12_UV, width, height, nullptr, nv12, &status);
     ASSERT_TRUE(nv12 != nullptr && yPlane != nullptr && uvPlane != nullptr);
-    cl_kernel kernel = s.clCreateKernel(s.program, "write_planes", &status);
-    s.clSetKernelArg(kernel, 0, sizeof(cl_mem), &yPlane);
-    s.clSetKernelArg(kernel, 1, sizeof(cl_mem), &uvPlane);
-    const size_t global[2] = {width, height};
-    ASSERT_EQ(s.clEnqueueNDRangeKernel(s.queue, kernel, 2, nullptr, global, nullptr, 0, nullptr,
-                                       nullptr),
-              CL_SUCCESS);
-    s.clFinish(s.queue);
+    runKernel("write_planes", {&yPlane, &uvPlane}, width, height);
     const size_t stride = 256, chroma = stride * 64;
     ASSERT_EQ(layout.planes[1].offset, chroma);
     size_t wrong = 0;
@@ -309,7 +305,6 @@ TEST(OpenClDriverImages, PlaneWritesLandInTheVenusLayout) {
 
     buffer->unlock();
     for (cl_mem mem : {uvPlane, yPlane, nv12}) EXPECT_EQ(s.clReleaseMemObject(mem), CL_SUCCESS);
-    s.clReleaseKernel(kernel);
 }
 
 TEST(OpenClDriverImages, RefusesRecordsAndBuffersThatDoNotFit) {

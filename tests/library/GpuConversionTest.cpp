@@ -36,12 +36,10 @@ bool gSystemLibraryVisible = false;
 extern "C" void* dlopen(const char* name, int flags) {
     using DlopenFn = void* (*)(const char*, int);
     static const DlopenFn real = reinterpret_cast<DlopenFn>(dlsym(RTLD_NEXT, "dlopen"));
+    const bool system = name != nullptr && strcmp(name, "libOpenCL_system.so") == 0;
     if (name != nullptr && strcmp(name, "libOpenCL.so") == 0) return nullptr;
-    if (name != nullptr && strcmp(name, "libOpenCL_system.so") == 0) {
-        if (!gSystemLibraryVisible) return nullptr;
-        return real(HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so", flags);
-    }
-    return real(name, flags);
+    if (system && !gSystemLibraryVisible) return nullptr;
+    return real(system ? HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so" : name, flags);
 }
 
 namespace nuvra::test {
@@ -109,9 +107,6 @@ TEST_F(GpuTest, LoaderOpensTheVendorLibraryOrFallsBackToTheSystemOneInOrder) {
     wrapper::loadOpenCl();
     EXPECT_EQ(lines(kClTag), std::vector<std::string>{"4 OpenCL loaded."});
     ASSERT_NE(wrapper::libopencl, nullptr);
-    cl_uint platforms = 0;
-    EXPECT_EQ(wrapper::clGetPlatformIDs(0, nullptr, &platforms), CL_SUCCESS);
-    EXPECT_EQ(platforms, 1u);
     wrapper::unloadOpenCl();
     EXPECT_EQ(wrapper::libopencl, nullptr);
     wrapper::unloadOpenCl();  // twice: nothing
@@ -194,18 +189,15 @@ TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailur
         EXPECT_EQ(height, expected);
         EXPECT_GE(width, 1920u);
     }
-    struct Size {
-        uint32_t width, height;
-        bool smooth;
-    };
-    for (Size c : {Size{64, 48, false}, Size{33, 17, false}, Size{2, 2, false},
-                   Size{320, 240, true}, Size{4032, 3024, true}}) {
-        SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height));
-        hosttest::Nv12Picture picture = hosttest::makePicture(c.width, c.height, c.smooth, 5);
+    // Random pictures up to 64x48, smooth ones (as a camera's) from 320x240.
+    const uint32_t kSizes[][2] = {{64, 48}, {33, 17}, {2, 2}, {320, 240}, {4032, 3024}};
+    for (const auto& [width, height] : kSizes) {
+        SCOPED_TRACE(std::to_string(width) + "x" + std::to_string(height));
+        hosttest::Nv12Picture picture = hosttest::makePicture(width, height, width >= 320, 5);
         sp<GraphicBuffer> buffer = hosttest::compressedBuffer(picture);
-        std::vector<uint8_t> dst(size_t{c.width} * c.height * 3 / 2, 0xA5);
+        std::vector<uint8_t> dst(size_t{width} * height * 3 / 2, 0xA5);
         host::clearCapturedLogs();
-        ASSERT_TRUE(converter.convert(buffer->getNativeBuffer(), c.width, c.height, kCompressed,
+        ASSERT_TRUE(converter.convert(buffer->getNativeBuffer(), width, height, kCompressed,
                                       dst.data()));
         hosttest::expectNv21Of(picture, dst);
         EXPECT_EQ(lines(kConvTag).back(), "4 convert: processing done");
@@ -228,13 +220,12 @@ TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailur
     EXPECT_EQ(host::callCount("opencl.clCreateImage"), 0u);
 
     // A failing call: its line (and status name), and every image made so far released.
-    struct Failure {
+    const struct {
         const char* point;
         int status;
         std::string line;
         size_t imagesReleased;
-    };
-    const Failure failures[] = {
+    } failures[] = {
             {"opencl.clCreateKernel", CL_INVALID_KERNEL_NAME,
              clError(190, "clCreateKernel", "CL_INVALID_KERNEL_NAME", -46), 0},
             {"opencl.clCreateImage", CL_INVALID_IMAGE_SIZE,
@@ -249,7 +240,7 @@ TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailur
              clError(367, "clEnqueueMapImage", "Unspecified Error", 7), 4},
             {"buffer.lock", android::BAD_VALUE, "convert: fail to lock graphic buffer for y", 4},
     };
-    for (const Failure& f : failures) {
+    for (const auto& f : failures) {
         SCOPED_TRACE(f.point);
         host::clearCapturedLogs();
         host::clearRecordedCalls();
@@ -263,12 +254,11 @@ TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailur
 }
 
 TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
-    struct Case {
+    const struct {
         const char* point;
         int status;
         std::string line;  // the one error line
-    };
-    const Case cases[] = {
+    } cases[] = {
             {host::kOpenClDropOtherImage, 1,
              "FormatConverter: Extension cl_qcom_other_image needed for NV12 image format is not "
              "supported."},
@@ -287,7 +277,7 @@ TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
             {"opencl.clBuildProgram", CL_BUILD_PROGRAM_FAILURE,
              clError(118, "clBuildProgram", "CL_BUILD_PROGRAM_FAILURE", -11)},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.point);
         host::clearCapturedLogs();
         host::clearRecordedCalls();
