@@ -6,7 +6,6 @@
 #include <hostcontrol/LogCapture.h>
 
 #include <string>
-#include <tuple>
 
 namespace android {
 namespace {
@@ -40,37 +39,29 @@ constexpr int32_t kUnmirrored[4] = {0, kRot90, kRot180, kRot270};
 constexpr int32_t kFlippedH[4] = {kFlipH, kFlipH ^ kRot270, kFlipH ^ kRot180, kFlipH ^ kRot90};
 constexpr int32_t kFlippedV[4] = {kFlipV, kFlipV ^ kRot270, kFlipV ^ kRot180, kFlipV ^ kRot90};
 
-class EveryCombination : public ::testing::TestWithParam<std::tuple<int, int, int, bool>> {};
-
-TEST_P(EveryCombination, MatchesThePlatformsTable) {
-    auto [facing, orientationIndex, mirrorMode, inverseDisplay] = GetParam();
-    const int32_t orientation = orientationIndex * 90;
-
-    const int32_t* row = kUnmirrored;
-    if (mirrorMode == CameraUtils::MIRROR_MODE_H ||
-        (mirrorMode == CameraUtils::MIRROR_MODE_AUTO && facing == kFront)) {
-        row = kFlippedH;
-    } else if (mirrorMode == CameraUtils::MIRROR_MODE_V) {
-        row = kFlippedV;
+TEST(CameraRotationTransformTest, EveryFacingOrientationMirrorModeAndInverseDisplay) {
+    for (int facing : {kFront, kBack, kExternal}) {
+        for (int mode : {CameraUtils::MIRROR_MODE_AUTO, CameraUtils::MIRROR_MODE_NONE,
+                         CameraUtils::MIRROR_MODE_H, CameraUtils::MIRROR_MODE_V}) {
+            const bool flipH = mode == CameraUtils::MIRROR_MODE_H ||
+                               (mode == CameraUtils::MIRROR_MODE_AUTO && facing == kFront);
+            const int32_t* row = flipH                                ? kFlippedH
+                                 : mode == CameraUtils::MIRROR_MODE_V ? kFlippedV
+                                                                      : kUnmirrored;
+            for (int index = 0; index < 4; ++index) {
+                for (bool inverseDisplay : {false, true}) {
+                    int32_t transform = -1;
+                    ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(facing, index * 90),
+                                                                mode, inverseDisplay, &transform),
+                              OK);
+                    EXPECT_EQ(transform, row[index] | (inverseDisplay ? kInverseDisplay : 0))
+                            << "facing " << facing << ", orientation " << index * 90
+                            << ", mirror mode " << mode << ", inverse display " << inverseDisplay;
+                }
+            }
+        }
     }
-    int32_t expected = row[orientationIndex] | (inverseDisplay ? kInverseDisplay : 0);
-
-    int32_t transform = -1;
-    ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(facing, orientation), mirrorMode,
-                                                inverseDisplay, &transform),
-              OK);
-    EXPECT_EQ(transform, expected) << "facing " << facing << ", orientation " << orientation
-                                   << ", mirror mode " << mirrorMode;
 }
-
-INSTANTIATE_TEST_SUITE_P(FacingOrientationMirror, EveryCombination,
-                         ::testing::Combine(::testing::Values(kFront, kBack, kExternal),
-                                            ::testing::Range(0, 4),
-                                            ::testing::Values(CameraUtils::MIRROR_MODE_AUTO,
-                                                              CameraUtils::MIRROR_MODE_NONE,
-                                                              CameraUtils::MIRROR_MODE_H,
-                                                              CameraUtils::MIRROR_MODE_V),
-                                            ::testing::Bool()));
 
 // A mirrored front camera at 270 degrees, in plain numbers (the table above is derived), and a
 // mirror mode the platform does not know, which mirrors nothing.
@@ -120,12 +111,10 @@ TEST_F(CameraRotationFailureTest, OrientationsOtherThanRightAnglesAreRejected) {
 
 // Each missing entry is refused with its log line; an entry without values counts as missing.
 TEST_F(CameraRotationFailureTest, MissingEntriesAreRejected) {
-    const int32_t orientation = 90;
-    const uint8_t facing = kBack;
-    CameraMetadata onlyOrientation;
-    ASSERT_EQ(onlyOrientation.update(ANDROID_SENSOR_ORIENTATION, &orientation, 1), OK);
-    CameraMetadata onlyFacing;
-    ASSERT_EQ(onlyFacing.update(ANDROID_LENS_FACING, &facing, 1), OK);
+    CameraMetadata onlyOrientation = staticInfo(kBack, 90);
+    onlyOrientation.erase(ANDROID_LENS_FACING);
+    CameraMetadata onlyFacing = staticInfo(kBack, 90);
+    onlyFacing.erase(ANDROID_SENSOR_ORIENTATION);
     CameraMetadata emptyOrientation = staticInfo(kBack, 90);
     ASSERT_EQ(emptyOrientation.update(ANDROID_SENSOR_ORIENTATION,
                                       static_cast<const int32_t*>(nullptr), 0),
