@@ -197,9 +197,8 @@ std::vector<uint8_t> convertFenced(KernelVariant variant, const Frame& f, uint32
 
 TEST_P(FlexibleGatherTest, MatchesScalarRuleInsideFencedPlanes) {
     std::mt19937 rng(8080);
-    std::vector<Frame> frames;
-    for (int i = 0; i < 1500; ++i) frames.push_back(randomFrame(rng));
-    for (const Frame& f : frames) {
+    for (int i = 0; i < 1500; ++i) {
+        const Frame f = randomFrame(rng);
         SCOPED_TRACE(testing::Message()
                      << f.width << "x" << f.height << " layout " << static_cast<int>(f.layout)
                      << " strides y " << f.yRowStride << " u " << f.uRowStride << " pixel "

@@ -56,11 +56,10 @@ TEST(RgbaToYuv420Sweep, EveryRgbValue) {
     std::vector<uint8_t> reference(kSide * kSide * 3 / 2);
     std::vector<uint8_t> out(reference.size());
     for (int r = 0; r < 256; ++r) {
-        for (size_t row = 0; row < kSide; ++row) {
-            for (size_t x = 0; x < kSide; ++x) {
-                const uint8_t pixel[4] = {uint8_t(r), uint8_t(row / 2), uint8_t(x / 2), 0x5A};
-                memcpy(&rgba[(row * kSide + x) * 4], pixel, 4);
-            }
+        for (size_t i = 0; i < kSide * kSide; ++i) {
+            const uint8_t pixel[4] = {uint8_t(r), uint8_t(i / kSide / 2), uint8_t(i % kSide / 2),
+                                      0x5A};
+            memcpy(&rgba[i * 4], pixel, 4);
         }
         uint8_t* vu = reference.data() + kSide * kSide;
         rgbaToYuv420(KernelVariant::Scalar, rgba.data(), kSide, kSide, reference.data(), vu, vu + 1,
@@ -95,10 +94,7 @@ TEST(Nv21ToRgb565Sweep, EveryYuvValue) {
     std::vector<uint8_t> nv21(kWidth * kHeight * 3 / 2);
     std::vector<uint8_t> reference(kWidth * kHeight * 2);
     std::vector<uint8_t> out(reference.size());
-    for (size_t row = 0; row < kHeight; ++row) {
-        for (size_t x = 0; x < kWidth; ++x)
-            nv21[row * kWidth + x] = static_cast<uint8_t>(2 * row + x % 2);
-    }
+    for (size_t i = 0; i < kWidth * kHeight; ++i) nv21[i] = uint8_t(2 * (i / kWidth) + i % 2);
     for (int v = 0; v < 256; ++v) {
         for (size_t i = kWidth * kHeight; i < nv21.size(); i += 2) {
             nv21[i] = static_cast<uint8_t>(v);
@@ -106,13 +102,10 @@ TEST(Nv21ToRgb565Sweep, EveryYuvValue) {
         }
         nv21ToRgb565(KernelVariant::Scalar, nv21.data(), nv21.size(), kWidth, kHeight,
                      reference.data());
-        for (size_t row = 0; row < kHeight; ++row) {
-            for (size_t x = 0; x < kWidth; ++x) {
-                const int y = static_cast<int>(2 * row + x % 2);
-                const int u = static_cast<int>(x / 2);
-                const uint8_t* px = &reference[(row * kWidth + x) * 2];
-                ASSERT_EQ(px[0] | px[1] << 8, modelRgb565(y, u, v)) << y << "," << u << "," << v;
-            }
+        for (size_t i = 0; i < kWidth * kHeight; ++i) {
+            const int y = nv21[i], u = static_cast<int>(i % kWidth / 2);
+            ASSERT_EQ(reference[2 * i] | reference[2 * i + 1] << 8, modelRgb565(y, u, v))
+                    << y << "," << u << "," << v;
         }
         for (KernelVariant variant : allVariants()) {
             if (!variantSupported(variant)) continue;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
 #include <vector>
 
 #include "KernelTestSupport.h"
@@ -38,8 +39,8 @@ TEST_P(HighBytesTest, KeepsTheHighByteOfEachLittleEndianWord) {
 TEST_P(HighBytesTest, MatchesScalarInsideFencedBuffers) {
     std::mt19937 rng(1616);
     std::vector<size_t> counts(301);
-    for (size_t i = 0; i < counts.size(); ++i) counts[i] = i;
-    for (size_t n : {size_t{1023}, size_t{65537}, (size_t{4} << 20) + 37}) counts.push_back(n);
+    std::iota(counts.begin(), counts.end(), 0);
+    counts.insert(counts.end(), {1023, 65537, (size_t{4} << 20) + 37});
     for (size_t count : counts) {
         for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
             SCOPED_TRACE(testing::Message() << count << " samples, fence " << int(fence));

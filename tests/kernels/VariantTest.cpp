@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
 #include <vector>
 
 #include "KernelTestSupport.h"
@@ -12,18 +13,14 @@
 namespace nuvra::kernels::test {
 namespace {
 
-struct Size {
-    size_t w, h;
-};
-
 // Widths around the vector block sizes (16 and 32 pixels) and odd ones, heights with and without
 // a last row of their own, single rows and single columns.
-std::vector<Size> frameSizes() {
-    std::vector<Size> sizes = {{1, 40}, {1, 9}, {255, 7}, {256, 6}, {1001, 3}};
+std::vector<std::pair<size_t, size_t>> frameSizes() {
+    std::vector<std::pair<size_t, size_t>> sizes = {{1, 40}, {1, 9}, {255, 7}, {256, 6}, {1001, 3}};
     const size_t widths[] = {1,  2,  3,  5,  8,  15, 16, 17, 31,  32,  33,
                              34, 47, 48, 63, 64, 65, 66, 97, 127, 128, 129};
     for (size_t w : widths) {
-        for (size_t h = 1; h <= 5; ++h) sizes.push_back({w, h});
+        for (size_t h = 1; h <= 5; ++h) sizes.emplace_back(w, h);
     }
     return sizes;
 }
@@ -73,34 +70,34 @@ TEST_P(KernelVariantTest, RgbaToYuv420MatchesModelAndScalarInsideFencedBuffers) 
     std::mt19937 rng(1234);
     std::vector<uint8_t> expected, scalar;
     bool after = false;
-    for (Size s : frameSizes()) {
+    for (const auto& [w, h] : frameSizes()) {
         for (Layout layout :
              {Layout::NV21, Layout::NV12, Layout::Planar, Layout::Step3, Layout::Overlapping}) {
             for (size_t pad : {size_t{0}, size_t{13}}) {
                 for (Fill fill : {Fill::Random, Fill::Extremes, Fill::Black, Fill::White}) {
                     after = !after;
                     SCOPED_TRACE(testing::Message()
-                                 << s.w << "x" << s.h << " " << kLayoutNames[int(layout)] << " pad "
+                                 << w << "x" << h << " " << kLayoutNames[int(layout)] << " pad "
                                  << pad << " fill " << int(fill) << (after ? " after" : " before"));
                     const auto fence =
                             after ? GuardedBuffer::Fence::After : GuardedBuffer::Fence::Before;
-                    GuardedBuffer rgba(s.w * s.h * 4, fence);
+                    GuardedBuffer rgba(w * h * 4, fence);
                     fillBytes(rgba.data(), rgba.size(), fill, rng);
-                    const Geometry g = geometry(layout, s.w, s.h, pad, after ? kMargin : 0,
-                                                after ? 0 : kMargin);
+                    const Geometry g =
+                            geometry(layout, w, h, pad, after ? kMargin : 0, after ? 0 : kMargin);
                     GuardedBuffer out(g.total, fence);
                     uint8_t* o = out.data();
-                    rgbaToYuv420(GetParam(), rgba.data(), s.w, s.h, o + g.yOff, o + g.crOff,
+                    rgbaToYuv420(GetParam(), rgba.data(), w, h, o + g.yOff, o + g.crOff,
                                  o + g.cbOff, g.step, g.yStride, g.cStride);
                     expected.assign(g.total, kCanary);
                     uint8_t* e = expected.data();
-                    modelRgbaToYuv420(rgba.data(), s.w, s.h, e + g.yOff, e + g.crOff, e + g.cbOff,
+                    modelRgbaToYuv420(rgba.data(), w, h, e + g.yOff, e + g.crOff, e + g.cbOff,
                                       g.step, g.yStride, g.cStride);
                     ASSERT_EQ(out.bytes(), expected);
                     scalar.assign(g.total, kCanary);
                     uint8_t* r = scalar.data();
-                    rgbaToYuv420(KernelVariant::Scalar, rgba.data(), s.w, s.h, r + g.yOff,
-                                 r + g.crOff, r + g.cbOff, g.step, g.yStride, g.cStride);
+                    rgbaToYuv420(KernelVariant::Scalar, rgba.data(), w, h, r + g.yOff, r + g.crOff,
+                                 r + g.cbOff, g.step, g.yStride, g.cStride);
                     ASSERT_EQ(out.bytes(), scalar);
                 }
             }
@@ -122,8 +119,7 @@ std::vector<std::pair<int, int>> rgb565Sizes() {
 TEST_P(KernelVariantTest, Nv21ToRgb565MatchesModelInsideFencedBuffers) {
     std::mt19937 rng(7);
     for (const auto& [w, h] : rgb565Sizes()) {
-        const size_t uw = w > 0 ? size_t(w) : 0;
-        const size_t uh = h > 0 ? size_t(h) : 0;
+        const size_t uw = w > 0 ? size_t(w) : 0, uh = h > 0 ? size_t(h) : 0;
         // ceil(h / 2) chroma rows, exactly w * h * 3 / 2 bytes (ending inside the last chroma
         // row of an odd height), h / 2 rows, and a frame cut inside its luma.
         const size_t inputSizes[] = {uw * uh + (uh + 1) / 2 * uw, uw * uh * 3 / 2,
@@ -157,12 +153,9 @@ std::vector<uint8_t> modelSwap(const uint8_t* src, size_t bytes) {
 // non-temporal stores wherever the destination can be aligned.
 TEST_P(KernelVariantTest, CopySwapChromaPairsAnyLengthAlignmentAndFence) {
     std::mt19937 rng(5);
-    std::vector<size_t> lengths;
-    for (size_t n = 0; n <= 160; ++n) lengths.push_back(n);
-    for (size_t n : {size_t{255}, size_t{256}, size_t{1001}, size_t{4097},
-                     detail::kStreamingSwapBytes + 199}) {
-        lengths.push_back(n);
-    }
+    std::vector<size_t> lengths(161);
+    std::iota(lengths.begin(), lengths.end(), 0);
+    lengths.insert(lengths.end(), {255, 256, 1001, 4097, detail::kStreamingSwapBytes + 199});
     for (size_t bytes : lengths) {
         std::vector<uint8_t> src(bytes + 8);
         fillBytes(src.data(), src.size(), Fill::Random, rng);
@@ -196,15 +189,14 @@ TEST_P(KernelVariantTest, CopySwapChromaPairsAnyLengthAlignmentAndFence) {
 }
 
 TEST_P(KernelVariantTest, CopyPlaneSwapPairsByRowsOrWholePlane) {
-    struct Case {
-        size_t rowBytes, rows, srcPitch, dstPitch;
-    };
     // Packed even rows (one run), packed odd rows (pairs must not cross rows), padded source or
     // destination (row by row), a single odd row.
-    const Case cases[] = {{64, 5, 64, 64}, {15, 4, 15, 15}, {40, 3, 48, 40},
-                          {40, 3, 40, 56}, {33, 6, 35, 37}, {7, 1, 7, 7}};
+    const struct {
+        size_t rowBytes, rows, srcPitch, dstPitch;
+    } cases[] = {{64, 5, 64, 64}, {15, 4, 15, 15}, {40, 3, 48, 40},
+                 {40, 3, 40, 56}, {33, 6, 35, 37}, {7, 1, 7, 7}};
     std::mt19937 rng(3);
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.rowBytes << " x " << c.rows << " pitches "
                                         << c.srcPitch << "/" << c.dstPitch);
         std::vector<uint8_t> src(c.srcPitch * c.rows);
@@ -214,8 +206,7 @@ TEST_P(KernelVariantTest, CopyPlaneSwapPairsByRowsOrWholePlane) {
         copyPlane(dst.data(), c.dstPitch, src.data(), c.srcPitch, c.rowBytes, c.rows);
         copyPlaneSwapPairs(GetParam(), swappedDst.data(), c.dstPitch, src.data(), c.srcPitch,
                            c.rowBytes, c.rows);
-        std::vector<uint8_t> expected(dst.size(), kCanary);
-        std::vector<uint8_t> swappedExpected(dst.size(), kCanary);
+        std::vector<uint8_t> expected(dst.size(), kCanary), swappedExpected = expected;
         for (size_t r = 0; r < c.rows; ++r) {
             const uint8_t* row = src.data() + r * c.srcPitch;
             std::copy(row, row + c.rowBytes, expected.begin() + r * c.dstPitch);
