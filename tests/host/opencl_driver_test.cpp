@@ -54,20 +54,17 @@ TEST(OpenClDriverExports, EachVariantExportsTheEntryPointsButItsOmittedOne) {
     std::ifstream list(HOST_OPENCL_SOURCE_DIR "/EntryPoints.txt");
     const std::set<std::string> all{std::istream_iterator<std::string>(list), {}};
     ASSERT_EQ(all.size(), 113u);
-    const struct {
-        std::string path;
-        std::string omitted;
-    } kCases[] = {
+    const std::string kCases[][2] = {
             {kVendorDriver, ""},
             {HOST_OPENCL_SYSTEM_DIR "/libOpenCL_system.so", ""},
             {HOST_OPENCL_VARIANTS_DIR "/no-clGetPlatformIDs/libOpenCL.so", "clGetPlatformIDs"},
             {HOST_OPENCL_VARIANTS_DIR "/no-clGetDeviceImageInfoQCOM/libOpenCL.so",
              "clGetDeviceImageInfoQCOM"},
     };
-    for (const auto& c : kCases) {
+    for (const auto& [path, omitted] : kCases) {
         std::set<std::string> expected = all;
-        expected.erase(c.omitted);
-        EXPECT_EQ(dynamicExports(c.path), expected) << c.path;
+        expected.erase(omitted);
+        EXPECT_EQ(dynamicExports(path), expected) << path;
     }
 }
 
@@ -334,15 +331,14 @@ TEST(OpenClDriverImages, RefusesRecordsAndBuffersThatDoNotFit) {
             {"wider than the buffer", CL_QCOM_COMPRESSED_NV12, compressed.get(), anb, uncached, 17,
              CL_INVALID_IMAGE_SIZE},
     };
+    cl_int status = CL_SUCCESS;
     for (const auto& c : kCases) {
         auto record = nativeBufferRecord(*c.buffer, c.policy);
         record.ext_host_ptr.allocation_type = c.allocation;
-        cl_int status = CL_SUCCESS;
         EXPECT_EQ(qcomImage(c.order, c.width, 16, &record, nullptr, &status), nullptr) << c.what;
         EXPECT_EQ(status, c.status) << c.what;
     }
     // A plane image needs an NV12 parent.
-    cl_int status = CL_SUCCESS;
     auto record = nativeBufferRecord(*compressed, CL_MEM_HOST_UNCACHED_QCOM);
     cl_mem image = qcomImage(CL_QCOM_COMPRESSED_NV12, 16, 16, &record, nullptr, &status);
     EXPECT_EQ(qcomImage(CL_QCOM_NV12_Y, 16, 16, nullptr, image, &status), nullptr);

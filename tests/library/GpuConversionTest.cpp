@@ -242,14 +242,13 @@ TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailur
     };
     for (const auto& f : failures) {
         SCOPED_TRACE(f.point);
+        host::resetFaultsAndCalls();
         host::clearCapturedLogs();
-        host::clearRecordedCalls();
         host::injectFault(f.point, f.status);
         EXPECT_FALSE(converter.convert(buffer->getNativeBuffer(), 16, 16, kCompressed, dst.data()));
         EXPECT_TRUE(loggedError(f.line));
         EXPECT_EQ(host::callCount("opencl.clReleaseMemObject"), f.imagesReleased);
         EXPECT_EQ(lines(kConvTag).back(), "4 convert: processing failed");
-        host::clearFaults();
     }
 }
 
@@ -279,13 +278,10 @@ TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.point);
+        host::resetFaultsAndCalls();
         host::clearCapturedLogs();
-        host::clearRecordedCalls();
         host::injectFault(c.point, c.status);
-        {
-            vantora::FormatConverter converter;
-            EXPECT_FALSE(converter.isInitialized());
-        }
+        EXPECT_FALSE(vantora::FormatConverter().isInitialized());
         ASSERT_EQ(lines(kConvTag).size(), 1u);
         EXPECT_TRUE(loggedError(c.line)) << lines(kConvTag)[0];
         // The destructor released what was made (no device when none was found) and unloaded
@@ -293,7 +289,6 @@ TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
         EXPECT_EQ(host::callCount("opencl.clReleaseDevice"),
                   c.point == std::string(host::kOpenClNoGpu) ? 0u : 1u);
         EXPECT_EQ(wrapper::libopencl, nullptr);
-        host::clearFaults();
     }
 }
 
