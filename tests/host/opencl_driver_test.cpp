@@ -1,5 +1,6 @@
-// The host OpenCL driver: what it exports and reports, its fault points, and its images of the
-// Qualcomm formats run through real kernels on PoCL.
+// The host OpenCL driver: what it exports and reports, the compressed NV12 format, and its images
+// of the Qualcomm formats run through real kernels on PoCL. Its fault points are exercised through
+// the library's converter in gpu_conversion_tests.
 
 #include <hostcontrol/DeviceProfile.h>
 #include <hostopencl/HostOpenCl.h>

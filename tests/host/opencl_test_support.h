@@ -29,12 +29,10 @@ inline const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
 struct ClSession {
     void* handle = dlopen(kVendorDriver.c_str(), RTLD_NOW | RTLD_GLOBAL);
 
-    template <typename F>
-    F resolve(const char* name) const {
-        return handle != nullptr ? reinterpret_cast<F>(dlsym(handle, name)) : nullptr;
-    }
     // The entry points, resolved by name as the library resolves them.
-#define X(name) decltype(&::name) name = resolve<decltype(&::name)>(#name);
+#define X(name)              \
+    decltype(&::name) name = \
+            reinterpret_cast<decltype(&::name)>(handle ? dlsym(handle, #name) : nullptr);
 #include "opencl/clFunctions.def"
 #undef X
     cl_platform_id platform = nullptr;
@@ -81,8 +79,7 @@ inline Nv12Picture makePicture(uint32_t width, uint32_t height, bool smooth, uin
     p.bytes.resize(luma + size_t{p.chromaWidth()} * ((height + 1) / 2));
     std::mt19937 rng(seed);
     for (size_t i = 0; i < p.bytes.size(); ++i) {
-        // Smooth: gentle ramps folded back at 200 with a little noise, as much of a camera
-        // picture is.
+        // Smooth: gentle ramps folded back at 200 with a little noise, as in a camera picture.
         const size_t pitch = i < luma ? width : p.chromaWidth(), at = i < luma ? i : i - luma;
         const size_t t = (at / pitch / 4 + at % pitch / 8) % 400;
         p.bytes[i] = smooth ? uint8_t(20 + (t < 200 ? t : 399 - t) + rng() % 2) : uint8_t(rng());

@@ -39,7 +39,6 @@ TEST(ConcurrencyTest, FirstYuvOrderCallFromTwoThreadsAgrees) {
     EXPECT_EQ(orders[1], YUV_ORDER_NV12);
 }
 
-// OpenCL loads and unloads on two threads, then two conversions at once.
 TEST(GpuConcurrencyTest, LoadsUnloadsAndConversionsOnTwoThreads) {
     host::setSphalSearchPath({HOST_OPENCL_VENDOR_DIR});
     // One open of the test's own, so that an unload on one thread never unmaps the driver while

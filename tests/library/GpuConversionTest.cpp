@@ -12,7 +12,6 @@
 #include <hostproperties/HostProperties.h>
 #include <hostvndksupport/SphalNamespace.h>
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -181,7 +180,6 @@ TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailur
     for (auto [rows, expected] :
          {std::pair<size_t, size_t>{3000, 4512}, {1080, 1632}, {1088, 1632}}) {
         cl_image_desc desc{};
-        desc.image_type = CL_MEM_OBJECT_IMAGE2D;
         desc.image_width = 1920;
         desc.image_height = rows;
         size_t width = 0, height = 0;
@@ -284,8 +282,7 @@ TEST_F(GpuTest, ConstructionStopsAtTheFirstMissingPiece) {
         EXPECT_FALSE(vantora::FormatConverter().isInitialized());
         ASSERT_EQ(lines(kConvTag).size(), 1u);
         EXPECT_TRUE(loggedError(c.line)) << lines(kConvTag)[0];
-        // The destructor released what was made (no device when none was found) and unloaded
-        // OpenCL.
+        // The destructor released what was made (no device when none was found) and unloaded.
         EXPECT_EQ(host::callCount("opencl.clReleaseDevice"),
                   c.point == std::string(host::kOpenClNoGpu) ? 0u : 1u);
         EXPECT_EQ(wrapper::libopencl, nullptr);
