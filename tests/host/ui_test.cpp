@@ -1,0 +1,758 @@
+// libui on the host: the gralloc's per-format layouts in every device profile, the buffer handle,
+// shared memory and guard pages; GraphicBuffer CPU access (gralloc 4 rules), injected faults,
+// fences, reallocation and the AHardwareBuffer view; the gralloc 4 mapper's plane layouts and
+// their override.
+
+#include <android/hardware_buffer.h>
+#include <android/log.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <hardware/gralloc_qcom.h>
+#include <hostcontrol/FaultInjection.h>
+#include <hostcontrol/LogCapture.h>
+#include <ui/Fence.h>
+#include <ui/GraphicBuffer.h>
+#include <ui/GraphicBufferMapper.h>
+#include <ui/HostGrallocGuard.h>
+#include <ui/HostGrallocLayout.h>
+#include <ui/HostPlaneLayouts.h>
+#include <unistd.h>
+#include <utils/Timers.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "ui_test_support.h"
+
+namespace {
+
+using aidl::android::hardware::graphics::common::PlaneLayoutComponent;
+using aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
+using android::BAD_VALUE;
+using android::Fence;
+using android::GraphicBuffer;
+using android::GraphicBufferMapper;
+using android::INVALID_OPERATION;
+using android::NO_MEMORY;
+using android::OK;
+using android::Rect;
+using android::sp;
+using android::ui::PlaneLayout;
+using hosttest::alignTo;
+using hosttest::ScopedProfile;
+
+constexpr uint64_t kRead = GRALLOC_USAGE_SW_READ_OFTEN, kWrite = GRALLOC_USAGE_SW_WRITE_OFTEN;
+constexpr uint64_t kCpuUsage = kRead | kWrite;
+
+// The mapper's error lines for unlocks of buffers that were not locked.
+size_t mapperUnlockErrors() {
+    size_t count = 0;
+    for (const host::LogLine& line : host::capturedLogs()) {
+        if (line.tag == "Gralloc4" && line.priority == ANDROID_LOG_ERROR &&
+            line.text.find(") failed with 2") != std::string::npos) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+// What lockYCbCr describes: 8-bit Y, Cb and Cr; Y alone; nothing (the lock stays, without
+// planes); or a refusal (16-bit samples, compressed contents).
+enum class Ycbcr { kPlanes, kLumaOnly, kNone, kRefused };
+
+// What a buffer of a format must look like, worked out from the format's rules alone.
+struct Expected {
+    uint32_t stride = 0;                              // GraphicBuffer::getStride()
+    int32_t bytesPerPixel = -1, bytesPerStride = -1;  // what lock reports
+    Ycbcr ycbcr = Ycbcr::kNone;
+    size_t cb = 0, cr = 0;  // chroma offsets from the luma
+    uint32_t cStride = 0, step = 0, chromaRows = 0;
+};
+
+Expected expectedLayout(int32_t format, uint32_t w, uint32_t h, bool padded, bool nv12) {
+    Expected e;
+    // One plane of `bytes`-byte samples; phones pad rows to 64 pixels.
+    auto singlePlane = [&](int32_t bytes, uint32_t align, Ycbcr ycbcr = Ycbcr::kNone) {
+        e.stride = alignTo(w, padded ? 64 : align);
+        e.bytesPerPixel = bytes;
+        e.bytesPerStride = static_cast<int32_t>(e.stride) * bytes;
+        e.ycbcr = ycbcr;
+    };
+    auto semiPlanar = [&](uint32_t stride, uint32_t lumaRows, bool cbFirst) {
+        e.stride = stride;
+        e.ycbcr = Ycbcr::kPlanes;
+        const size_t chroma = static_cast<size_t>(stride) * lumaRows;
+        e.cb = cbFirst ? chroma : chroma + 1;
+        e.cr = cbFirst ? chroma + 1 : chroma;
+        e.cStride = stride;
+        e.step = 2;
+        e.chromaRows = (h + 1) / 2;
+    };
+    switch (format) {
+        case HAL_PIXEL_FORMAT_RGBA_8888:
+        case HAL_PIXEL_FORMAT_RGBX_8888:
+        case HAL_PIXEL_FORMAT_BGRA_8888:
+        case HAL_PIXEL_FORMAT_RGBA_1010102:
+            singlePlane(4, 1);
+            break;
+        case HAL_PIXEL_FORMAT_RGBA_FP16:
+            singlePlane(8, 1);
+            break;
+        case HAL_PIXEL_FORMAT_RGB_888:
+            singlePlane(3, 1);
+            break;
+        case HAL_PIXEL_FORMAT_RGB_565:
+        case HAL_PIXEL_FORMAT_RAW_OPAQUE:
+            singlePlane(2, 1);
+            break;
+        case HAL_PIXEL_FORMAT_RAW16:
+            singlePlane(2, 16);
+            break;
+        case HAL_PIXEL_FORMAT_Y16:
+            singlePlane(2, 16, Ycbcr::kRefused);
+            break;
+        case HAL_PIXEL_FORMAT_Y8:
+            singlePlane(1, 16, Ycbcr::kLumaOnly);
+            break;
+        case HAL_PIXEL_FORMAT_RAW10:
+        case HAL_PIXEL_FORMAT_RAW12: {
+            // Four pixels in five bytes, or two in three: no bytes per pixel.
+            const uint32_t row =
+                    format == HAL_PIXEL_FORMAT_RAW10 ? (w + 3) / 4 * 5 : (w + 1) / 2 * 3;
+            e.stride = padded ? alignTo(row, 64) : row;
+            e.bytesPerStride = static_cast<int32_t>(e.stride);
+            break;
+        }
+        case HAL_PIXEL_FORMAT_BLOB:
+            e.stride = w;
+            e.bytesPerPixel = 1;
+            e.bytesPerStride = static_cast<int32_t>(w);
+            break;
+        case HAL_PIXEL_FORMAT_YCrCb_420_SP:
+        case PIXEL_FORMAT_YCrCb_420_SP_M:
+            // Chroma right after the luma rows, Cr first.
+            semiPlanar(padded ? alignTo(w, 64) : alignTo(w, 2), h, false);
+            break;
+        case HAL_PIXEL_FORMAT_YCbCr_420_888:
+        case HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED:
+            semiPlanar(padded ? alignTo(w, 64) : alignTo(w, 2), padded ? alignTo(h, 64) : h, nv12);
+            break;
+        case HAL_PIXEL_FORMAT_YCBCR_P010:
+        case HAL_PIXEL_FORMAT_YCbCr_420_SP_16BIT:
+            // 16-bit samples, Cb first: lockYCbCr refuses them; the mapper's planes (in bytes).
+            e.stride = padded ? alignTo(w, 64) : alignTo(w, 2);
+            e.ycbcr = Ycbcr::kRefused;
+            e.cStride = e.stride * 2;
+            e.cb = static_cast<size_t>(e.cStride) * (padded ? alignTo(h, 16) : h);
+            e.chromaRows = (h + 1) / 2;
+            break;
+        case HAL_PIXEL_FORMAT_YV12:
+            e.stride = alignTo(w, padded ? 64 : 16);
+            e.ycbcr = Ycbcr::kPlanes;
+            e.cStride = alignTo(e.stride / 2, 16);
+            e.cr = static_cast<size_t>(e.stride) * h;
+            e.cb = e.cr + static_cast<size_t>(e.cStride) * (h / 2);
+            e.step = 1;
+            e.chromaRows = h / 2;  // Android's YV12 has even heights
+            break;
+        case HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS:
+        case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS:
+            semiPlanar(alignTo(w, 128), alignTo(h, 32),
+                       format == HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS);
+            break;
+        case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC:
+            e.stride = alignTo(w, 128);
+            e.ycbcr = Ycbcr::kRefused;
+            break;
+    }
+    return e;
+}
+
+// Whether the process may read the byte at p: a pipe write copies from it or fails with EFAULT.
+bool readable(const uint8_t* p) {
+    int fds[2];
+    if (pipe(fds) != 0) return false;
+    const bool ok = write(fds[1], p, 1) == 1;
+    close(fds[0]);
+    close(fds[1]);
+    return ok;
+}
+
+// The address of a component's first sample by the mapper's layouts, and its plane; null when
+// no plane has the component.
+const uint8_t* componentAddress(const std::vector<PlaneLayout>& layouts,
+                                PlaneLayoutComponentType type, const uint8_t* base,
+                                const PlaneLayout** plane) {
+    for (const PlaneLayout& layout : layouts) {
+        for (const PlaneLayoutComponent& c : layout.components) {
+            if (c.type.value != static_cast<int64_t>(type)) continue;
+            EXPECT_EQ(c.type.name, "android.hardware.graphics.common.PlaneLayoutComponentType");
+            *plane = &layout;
+            return base + layout.offsetInBytes + c.offsetInBits / 8;
+        }
+    }
+    return nullptr;
+}
+
+// For every format, size and device profile: the stride, the guard page, what lock reports, the
+// size of single-plane buffers, what lockYCbCr describes, and the gralloc 4 mapper's planes,
+// which describe the same memory and lie inside the allocation.
+TEST(HostGralloc, LayoutsFollowEachFormatsRulesInEveryProfile) {
+    ASSERT_TRUE(host::grallocGuardMode());  // the test suites run in guard mode
+    host::setLogEcho(false);
+    const std::pair<uint32_t, uint32_t> sizes[] = {
+            {640, 480}, {100, 30}, {1000, 750}, {33, 17}, {2, 2}};
+    for (const host::DeviceProfile& profile : host::deviceProfiles()) {
+        ScopedProfile scoped(profile.name);
+        ASSERT_TRUE(scoped.ok);
+        for (int32_t format : host::grallocFormats()) {
+            for (auto [w, h] : sizes) {
+                if (format == HAL_PIXEL_FORMAT_BLOB) h = 1;
+                SCOPED_TRACE(profile.name + " " + host::grallocFormatName(format) + " " +
+                             std::to_string(w) + "x" + std::to_string(h));
+                const Expected e =
+                        expectedLayout(format, w, h, profile.paddedLayouts, profile.flexYuvIsNv12);
+                sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, format, 1, kCpuUsage);
+                ASSERT_EQ(OK, buffer->initCheck());
+                ASSERT_NE(0u, e.stride) << "a format without rules here";
+                EXPECT_EQ(e.stride, buffer->getStride());
+                host::GrallocLayout layout;
+                ASSERT_TRUE(host::grallocLayoutOf(*buffer, &layout));
+                if (e.bytesPerStride > 0) {
+                    EXPECT_EQ(static_cast<size_t>(e.bytesPerStride) * h, layout.size);
+                }
+
+                void* base = nullptr;
+                int32_t bytesPerPixel = 0, bytesPerStride = 0;
+                ASSERT_EQ(OK, buffer->lock(kWrite, &base, &bytesPerPixel, &bytesPerStride));
+                ASSERT_NE(nullptr, base);
+                ASSERT_EQ(OK, buffer->unlock());
+                // Guard mode: an inaccessible page right after the buffer's last byte.
+                auto* y = static_cast<uint8_t*>(base);
+                EXPECT_TRUE(readable(y + layout.size - 1));
+                EXPECT_FALSE(readable(y + layout.size));
+                EXPECT_EQ(e.bytesPerPixel, bytesPerPixel);
+                EXPECT_EQ(e.bytesPerStride, bytesPerStride);
+
+                android_ycbcr ycbcr;
+                memset(&ycbcr, 0xA5, sizeof(ycbcr));
+                host::clearCapturedLogs();
+                const bool refused = e.ycbcr == Ycbcr::kRefused;
+                EXPECT_EQ(refused ? BAD_VALUE : OK, buffer->lockYCbCr(kWrite, &ycbcr));
+                // A refusal unlocks again; any other answer leaves the buffer locked.
+                EXPECT_EQ(OK, buffer->unlock());
+                EXPECT_EQ(refused ? 1u : 0u, mapperUnlockErrors());
+                const bool planes = e.ycbcr == Ycbcr::kPlanes, none = e.ycbcr == Ycbcr::kNone;
+                if (!refused) {
+                    EXPECT_EQ(none ? nullptr : y, ycbcr.y);
+                    EXPECT_EQ(none ? 0u : e.stride, ycbcr.ystride);
+                    EXPECT_EQ(planes ? y + e.cb : nullptr, ycbcr.cb);
+                    EXPECT_EQ(planes ? y + e.cr : nullptr, ycbcr.cr);
+                    EXPECT_EQ(e.cStride, ycbcr.cstride);
+                    EXPECT_EQ(e.step, ycbcr.chroma_step);
+                }
+
+                std::vector<PlaneLayout> planeLayouts;
+                ASSERT_EQ(OK, GraphicBufferMapper::get().getPlaneLayouts(buffer->handle,
+                                                                         &planeLayouts));
+                ASSERT_FALSE(planeLayouts.empty());
+                for (const PlaneLayout& l : planeLayouts) {
+                    EXPECT_GE(l.offsetInBytes, 0);
+                    EXPECT_LE(static_cast<size_t>(l.offsetInBytes + l.totalSizeInBytes),
+                              layout.size);
+                    EXPECT_GE(l.totalSizeInBytes, l.strideInBytes * l.heightInSamples);
+                }
+                using Type = PlaneLayoutComponentType;
+                if (planes) {
+                    const PlaneLayout *yPlane = nullptr, *cbPlane = nullptr, *crPlane = nullptr;
+                    EXPECT_EQ(y, componentAddress(planeLayouts, Type::Y, y, &yPlane));
+                    EXPECT_EQ(y + e.cb, componentAddress(planeLayouts, Type::CB, y, &cbPlane));
+                    EXPECT_EQ(y + e.cr, componentAddress(planeLayouts, Type::CR, y, &crPlane));
+                    ASSERT_TRUE(yPlane && cbPlane && crPlane);
+                    EXPECT_EQ(e.stride, yPlane->strideInBytes);
+                    EXPECT_EQ(e.cStride, cbPlane->strideInBytes);
+                    EXPECT_EQ(e.cStride, crPlane->strideInBytes);
+                    EXPECT_EQ(8 * e.step, cbPlane->sampleIncrementInBits);
+                    EXPECT_EQ(2, cbPlane->horizontalSubsampling);
+                    EXPECT_EQ((w + 1) / 2, cbPlane->widthInSamples);
+                    EXPECT_EQ(e.chromaRows, cbPlane->heightInSamples);
+                } else if (format == HAL_PIXEL_FORMAT_YCBCR_P010) {
+                    // 10-bit samples in the high bits of 16-bit words.
+                    using host::planeLayoutComponent;
+                    ASSERT_EQ(2u, planeLayouts.size());
+                    const PlaneLayout &luma = planeLayouts[0], &chroma = planeLayouts[1];
+                    EXPECT_EQ(
+                            std::vector<PlaneLayoutComponent>{planeLayoutComponent(Type::Y, 6, 10)},
+                            luma.components);
+                    EXPECT_EQ((std::vector<PlaneLayoutComponent>{
+                                      planeLayoutComponent(Type::CB, 6, 10),
+                                      planeLayoutComponent(Type::CR, 22, 10)}),
+                              chroma.components);
+                    EXPECT_EQ(16, luma.sampleIncrementInBits);
+                    EXPECT_EQ(32, chroma.sampleIncrementInBits);
+                    EXPECT_EQ(0, luma.offsetInBytes);
+                    EXPECT_EQ(e.cb, static_cast<size_t>(chroma.offsetInBytes));
+                    EXPECT_EQ(e.cStride, luma.strideInBytes);
+                    EXPECT_EQ(e.cStride, chroma.strideInBytes);
+                    EXPECT_EQ(e.chromaRows, chroma.heightInSamples);
+                } else if (e.bytesPerStride > 0) {
+                    ASSERT_EQ(1u, planeLayouts.size());
+                    EXPECT_EQ(0, planeLayouts[0].offsetInBytes);
+                    EXPECT_EQ(e.bytesPerStride, planeLayouts[0].strideInBytes);
+                    EXPECT_EQ(w, planeLayouts[0].widthInSamples);
+                    if (e.bytesPerPixel > 0 && planeLayouts[0].sampleIncrementInBits != 0) {
+                        EXPECT_EQ(8 * e.bytesPerPixel, planeLayouts[0].sampleIncrementInBits);
+                    }
+                }
+            }
+        }
+    }
+}
+
+TEST(HostGralloc, LayoutIsFixedWhenTheBufferIsAllocated) {
+    ScopedProfile packed("packed-nv21");
+    sp<GraphicBuffer> buffer =
+            new GraphicBuffer(100, 10, HAL_PIXEL_FORMAT_YCbCr_420_888, 1, kCpuUsage);
+    ASSERT_TRUE(host::selectDeviceProfile("phone-qcom"));
+
+    EXPECT_EQ(100u, buffer->getStride());
+    android_ycbcr ycbcr{};
+    ASSERT_EQ(OK, buffer->lockYCbCr(kRead, &ycbcr));
+    // Still NV21 order and packed, as when it was allocated.
+    EXPECT_EQ(static_cast<uint8_t*>(ycbcr.y) + 1000, ycbcr.cr);
+    EXPECT_EQ(static_cast<uint8_t*>(ycbcr.cr) + 1, ycbcr.cb);
+    EXPECT_EQ(OK, buffer->unlock());
+}
+
+TEST(HostGralloc, RefusesSizesAndFormatsItCannotAllocate) {
+    auto allocationStatus = [](uint32_t w, uint32_t h, int32_t format) {
+        sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, format, 1, kCpuUsage);
+        EXPECT_EQ(buffer->initCheck() == OK, buffer->handle != nullptr);
+        return buffer->initCheck();
+    };
+    EXPECT_EQ(BAD_VALUE, allocationStatus(0, 10, HAL_PIXEL_FORMAT_RGBA_8888));
+    EXPECT_EQ(BAD_VALUE, allocationStatus(10, 0, HAL_PIXEL_FORMAT_RGBA_8888));
+    EXPECT_EQ(BAD_VALUE, allocationStatus(10, 10, 0x999));
+    EXPECT_EQ(BAD_VALUE, allocationStatus(70000, 70000, HAL_PIXEL_FORMAT_RGBA_8888));
+    EXPECT_EQ(BAD_VALUE, allocationStatus(1008, 2, HAL_PIXEL_FORMAT_BLOB));  // height 1
+    EXPECT_EQ(OK, allocationStatus(10, 10, HAL_PIXEL_FORMAT_YCBCR_P010));
+
+    host::resetFaultsAndCalls();
+    host::injectFault("buffer.allocate", NO_MEMORY);
+    sp<GraphicBuffer> failed = new GraphicBuffer(16, 16, HAL_PIXEL_FORMAT_RGBA_8888, 1, kCpuUsage);
+    EXPECT_EQ(NO_MEMORY, failed->initCheck());
+    EXPECT_EQ(nullptr, failed->handle);
+    EXPECT_EQ(0u, failed->getFdCount());
+    EXPECT_EQ(OK, allocationStatus(16, 16, HAL_PIXEL_FORMAT_RGBA_8888));
+    EXPECT_EQ(0u, host::callCount("buffer.allocate"));  // not a call of its own
+}
+
+// A buffer is a sealed memfd; a clone of its handle maps the same memory, with its own guard page.
+TEST(HostGralloc, HandleCarriesASealedMemfdThatClonesShare) {
+    ScopedProfile phone("phone-nv21");
+    const uint32_t w = 100, h = 10;
+    sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1, kCpuUsage);
+    ASSERT_EQ(128u, buffer->getStride());
+    ASSERT_EQ(1, buffer->handle->numFds);
+    EXPECT_EQ(1u, buffer->getFdCount());
+    const int fd = buffer->handle->data[0];
+    char path[128] = {};
+    ASSERT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof(path) - 1), 0);
+    EXPECT_EQ(0, strncmp(path, "/memfd:gralloc-", 15)) << path;
+    // Sealed at its size: it can neither shrink nor grow. In guard mode the buffer ends where
+    // the file's last page does.
+    EXPECT_NE(0, ftruncate(fd, 1));
+    EXPECT_EQ(4096, lseek(fd, 0, SEEK_END));
+
+    auto cloneOf = [&](const native_handle_t* handle, uint32_t cloneW) {
+        return sp<GraphicBuffer>(new GraphicBuffer(handle, GraphicBuffer::CLONE_HANDLE, cloneW, h,
+                                                   HAL_PIXEL_FORMAT_YCrCb_420_SP, 1, kCpuUsage,
+                                                   128));
+    };
+    sp<GraphicBuffer> clone = cloneOf(buffer->handle, w);
+    ASSERT_EQ(OK, clone->initCheck());
+    EXPECT_NE(fd, clone->handle->data[0]);
+    host::GrallocLayout layout, fromHandle;
+    ASSERT_TRUE(host::grallocLayoutOf(*buffer, &layout));
+    ASSERT_TRUE(host::grallocLayoutOf(*clone, &fromHandle));  // the handle alone describes it
+    ASSERT_EQ(layout.planes.size(), fromHandle.planes.size());
+    EXPECT_EQ(layout.planes[1].offset, fromHandle.planes[1].offset);
+    EXPECT_EQ(layout.size, fromHandle.size);
+
+    // Every byte written through the buffer, padding included, reads back through the clone's
+    // own mapping, which also ends against an inaccessible page.
+    void* data = nullptr;
+    ASSERT_EQ(OK, buffer->lock(kWrite, &data));
+    for (size_t i = 0; i < layout.size; ++i) static_cast<uint8_t*>(data)[i] = i * 13 + 1;
+    ASSERT_EQ(OK, buffer->unlock());
+    std::vector<uint8_t> memory = host::readBufferMemory(*clone);
+    ASSERT_EQ(layout.size, memory.size());
+    for (size_t i = 0; i < layout.size; ++i) ASSERT_EQ(static_cast<uint8_t>(i * 13 + 1), memory[i]);
+    void* cloneData = nullptr;
+    ASSERT_EQ(OK, clone->lock(kRead, &cloneData));
+    EXPECT_NE(data, cloneData);
+    EXPECT_TRUE(readable(static_cast<uint8_t*>(cloneData) + layout.size - 1));
+    EXPECT_FALSE(readable(static_cast<uint8_t*>(cloneData) + layout.size));
+    ASSERT_EQ(OK, clone->unlock());
+    EXPECT_TRUE(host::readBufferMemory(*sp<GraphicBuffer>(new GraphicBuffer())).empty());
+
+    // Contents go in and come back without the padding.
+    std::vector<uint8_t> nv21(w * h * 3 / 2);
+    for (size_t i = 0; i < nv21.size(); i++) nv21[i] = static_cast<uint8_t>(i * 7 + 3);
+    ASSERT_TRUE(host::writeBufferContents(*buffer, nv21.data(), nv21.size()));
+    EXPECT_FALSE(host::writeBufferContents(*buffer, nv21.data(), nv21.size() - 1));
+    EXPECT_EQ(nv21, host::readBufferContents(*clone));
+
+    // A description that does not match the handle is refused, as is a foreign handle.
+    sp<GraphicBuffer> mismatched = cloneOf(buffer->handle, 96);
+    EXPECT_EQ(BAD_VALUE, mismatched->initCheck());
+    EXPECT_EQ(nullptr, mismatched->handle);
+    int pipeFds[2];
+    ASSERT_EQ(0, pipe(pipeFds));
+    native_handle_t* foreign = native_handle_create(1, 2);
+    foreign->data[0] = pipeFds[0];
+    EXPECT_EQ(BAD_VALUE, cloneOf(foreign, w)->initCheck());
+    native_handle_close(foreign);
+    native_handle_delete(foreign);
+    close(pipeFds[1]);
+}
+
+class GraphicBufferTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        host::setLogEcho(false);
+        host::resetFaultsAndCalls();
+    }
+    void TearDown() override { host::resetFaultsAndCalls(); }
+
+    static sp<GraphicBuffer> make(int32_t format, uint32_t w = 64, uint32_t h = 16) {
+        sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, format, 1, kCpuUsage);
+        EXPECT_EQ(OK, buffer->initCheck());
+        return buffer;
+    }
+};
+
+TEST_F(GraphicBufferTest, CpuLocksMustFitTheAllocationUsage) {
+    const struct {
+        uint64_t allocated, locked;
+        bool allowed;
+    } cases[] = {
+            {kRead | kWrite, kRead, true},
+            {kRead | kWrite, kRead | kWrite, true},
+            {kRead, kRead, true},
+            {GRALLOC_USAGE_SW_READ_RARELY, kRead, true},  // any CPU-read bit allows reading
+            {GRALLOC_USAGE_SW_WRITE_RARELY | GRALLOC_USAGE_HW_TEXTURE, kWrite, true},
+            {kRead, kWrite, false},
+            {kRead, kRead | kWrite, false},
+            {kWrite, kRead, false},
+            {GRALLOC_USAGE_HW_TEXTURE, kRead, false},
+            {kRead | kWrite, GRALLOC_USAGE_HW_TEXTURE, false},  // no CPU access asked for
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << std::hex << c.allocated << " locked " << c.locked);
+        sp<GraphicBuffer> buffer =
+                new GraphicBuffer(64, 16, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1, c.allocated);
+        ASSERT_EQ(OK, buffer->initCheck());
+        const int expected = c.allowed ? OK : BAD_VALUE;
+        void* data = nullptr;
+        android_ycbcr ycbcr{};
+        EXPECT_EQ(expected, buffer->lock(c.locked, &data));
+        EXPECT_EQ(expected, buffer->lockYCbCr(c.locked, &ycbcr));
+        EXPECT_EQ(expected, buffer->lockAsync(c.locked, &data, -1));
+        host::clearCapturedLogs();
+        for (int i = 0; i < 3; ++i) buffer->unlock();
+        EXPECT_EQ(c.allowed ? 0u : 3u, mapperUnlockErrors());
+    }
+}
+
+TEST_F(GraphicBufferTest, LockArgumentsAreRefusedAndUnlockingNothingOnlyLogs) {
+    sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_RGBA_8888);
+    void* data = nullptr;
+    EXPECT_EQ(BAD_VALUE, buffer->lock(kRead, Rect(0, 0, 65, 16), &data));
+    EXPECT_EQ(BAD_VALUE, buffer->lock(kRead, Rect(-1, 0, 10, 10), &data));
+
+    // Locks nest; each needs its unlock. One more unlock, as GraphicBufferMapper::unlockAsync
+    // does with the mapper's error, is logged and answered NO_ERROR.
+    ASSERT_EQ(OK, buffer->lock(kRead, Rect(8, 2, 16, 4), &data));
+    void* again = nullptr;
+    ASSERT_EQ(OK, buffer->lock(kRead, &again));
+    EXPECT_EQ(data, again);  // the base address, whatever the rectangle
+    host::clearCapturedLogs();
+    EXPECT_EQ(OK, buffer->unlock());
+    EXPECT_EQ(OK, buffer->unlock());
+    EXPECT_EQ(0u, mapperUnlockErrors());
+    EXPECT_EQ(OK, buffer->unlock());
+    int fence = 0;
+    EXPECT_EQ(OK, buffer->unlockAsync(&fence));
+    EXPECT_EQ(-1, fence);
+    EXPECT_EQ(2u, mapperUnlockErrors());
+    // ...and the buffer is no more locked than before: one lock needs one unlock.
+    ASSERT_EQ(OK, buffer->lock(kRead, &data));
+    EXPECT_EQ(OK, buffer->unlock());
+    EXPECT_EQ(2u, mapperUnlockErrors());
+
+    // A buffer without memory cannot be locked.
+    sp<GraphicBuffer> empty = new GraphicBuffer();
+    EXPECT_EQ(OK, empty->initCheck());
+    EXPECT_EQ(BAD_VALUE, empty->lock(kRead, &data));
+}
+
+// Faults fail the named calls as many times as armed; null-address points are not calls of their
+// own in the record.
+TEST_F(GraphicBufferTest, InjectedFaultsFailTheNamedCallsAndAreRecordedInOrder) {
+    sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    host::clearRecordedCalls();
+    void* data = nullptr;
+    android_ycbcr ycbcr{};
+
+    host::injectFault("buffer.lock", -5);
+    EXPECT_EQ(-5, buffer->lock(kWrite, &data));
+    host::clearCapturedLogs();
+    EXPECT_EQ(OK, buffer->unlock());
+    EXPECT_EQ(1u, mapperUnlockErrors());  // the failed lock locked nothing
+
+    host::injectFault("buffer.lockYCbCr", NO_MEMORY, 2);
+    EXPECT_EQ(NO_MEMORY, buffer->lockYCbCr(kWrite, &ycbcr));
+    EXPECT_EQ(NO_MEMORY, buffer->lockYCbCr(kWrite, &ycbcr));
+    EXPECT_EQ(OK, buffer->lockYCbCr(kWrite, &ycbcr));
+
+    host::injectFault("buffer.unlock", INVALID_OPERATION);
+    EXPECT_EQ(INVALID_OPERATION, buffer->unlock());
+    EXPECT_EQ(OK, buffer->unlock());
+
+    // Null-address points let the lock succeed but yield null where they say.
+    host::injectFault("buffer.lock.nullAddress", 1);
+    data = reinterpret_cast<void*>(0x1);
+    ASSERT_EQ(OK, buffer->lock(kWrite, &data));
+    EXPECT_EQ(nullptr, data);
+    EXPECT_EQ(OK, buffer->unlock());  // it was locked
+
+    host::injectFault("buffer.lockYCbCr.nullCb", 1);
+    ycbcr = {};
+    ASSERT_EQ(OK, buffer->lockYCbCr(kWrite, &ycbcr));
+    EXPECT_NE(nullptr, ycbcr.y);
+    EXPECT_NE(nullptr, ycbcr.cr);
+    EXPECT_EQ(nullptr, ycbcr.cb);
+    EXPECT_EQ(OK, buffer->unlock());
+
+    host::injectFault("buffer.lockAsyncYCbCr.nullY", 1);
+    ASSERT_EQ(OK, buffer->lockAsyncYCbCr(kRead, &ycbcr, -1));
+    EXPECT_EQ(nullptr, ycbcr.y);
+    EXPECT_NE(nullptr, ycbcr.cb);
+    EXPECT_EQ(OK, buffer->unlock());
+
+    // The call record lists the calls, not the null-address points.
+    const std::vector<std::string> expected = {
+            "buffer.lock",      "buffer.unlock",    "buffer.lockYCbCr", "buffer.lockYCbCr",
+            "buffer.lockYCbCr", "buffer.unlock",    "buffer.unlock",    "buffer.lock",
+            "buffer.unlock",    "buffer.lockYCbCr", "buffer.unlock",    "buffer.lockAsyncYCbCr",
+            "buffer.unlock"};
+    EXPECT_EQ(expected, host::recordedCalls());
+}
+
+// A pipe's read end serves as a fence: it signals once a byte is written. The async locks wait
+// on their fence and close it, on failure too.
+TEST_F(GraphicBufferTest, FencesWaitForTheirDescriptorAndAsyncLocksCloseThem) {
+    EXPECT_FALSE(Fence::NO_FENCE->isValid());
+    EXPECT_EQ(OK, Fence::NO_FENCE->wait(0));
+    EXPECT_EQ(-1, Fence::NO_FENCE->dup());
+    EXPECT_EQ(Fence::Status::Invalid, Fence::NO_FENCE->getStatus());
+
+    sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_YCbCr_420_888);
+    const int fdsBefore = hosttest::openFdCount();
+    int pipeFds[2];
+    ASSERT_EQ(0, pipe(pipeFds));
+    sp<Fence> fence = new Fence(dup(pipeFds[0]));
+    EXPECT_TRUE(fence->isValid());
+    EXPECT_EQ(Fence::Status::Unsignaled, fence->getStatus());
+    EXPECT_EQ(-ETIME, fence->wait(10));
+    const int copy = fence->dup();
+    EXPECT_GE(copy, 0);
+    close(copy);  // the fence's own descriptor stays open: the waits below need it
+    std::thread signaller([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(60));
+        char byte = 1;
+        EXPECT_EQ(1, write(pipeFds[1], &byte, 1));
+    });
+    const nsecs_t start = systemTime();
+    android_ycbcr ycbcr{};
+    ASSERT_EQ(OK, buffer->lockAsyncYCbCr(kRead, Rect(0, 0, 64, 16), &ycbcr, pipeFds[0]));
+    EXPECT_GE(systemTime() - start, ms2ns(50));
+    signaller.join();
+    EXPECT_EQ(OK, fence->wait(Fence::TIMEOUT_NEVER));
+    EXPECT_EQ(OK, fence->waitForever("test"));
+    EXPECT_EQ(Fence::Status::Signaled, fence->getStatus());
+    fence.clear();
+    close(pipeFds[1]);
+    int fenceFd = 0;
+    EXPECT_EQ(OK, buffer->unlockAsync(&fenceFd));
+    EXPECT_EQ(-1, fenceFd);
+    EXPECT_EQ(fdsBefore, hosttest::openFdCount());  // the lock closed the pipe's read end
+
+    host::injectFault("buffer.lockAsync", NO_MEMORY);
+    void* data = nullptr;
+    EXPECT_EQ(NO_MEMORY, buffer->lockAsync(kRead, &data, dup(STDERR_FILENO)));
+    EXPECT_EQ(BAD_VALUE, buffer->lockAsyncYCbCr(0, &ycbcr, dup(STDERR_FILENO)));
+    EXPECT_EQ(fdsBefore, hosttest::openFdCount());
+}
+
+TEST_F(GraphicBufferTest, ReallocateReplacesTheBufferOnlyWhenItMust) {
+    constexpr int32_t kVenus = HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS;
+    constexpr int32_t kRgba = HAL_PIXEL_FORMAT_RGBA_8888;
+    const uint64_t usage = kCpuUsage | GRALLOC_USAGE_HW_TEXTURE | GRALLOC_USAGE_HW_RENDER;
+    sp<GraphicBuffer> buffer = new GraphicBuffer();
+    EXPECT_EQ(nullptr, buffer->handle);
+    EXPECT_EQ(0u, buffer->getFdCount());
+    ASSERT_EQ(OK, buffer->reallocate(640, 480, kVenus, 1, usage));
+    EXPECT_EQ(OK, buffer->initCheck());
+    ASSERT_NE(nullptr, buffer->handle);
+    EXPECT_EQ(640u, buffer->getWidth());
+    EXPECT_EQ(kVenus, buffer->getPixelFormat());
+    EXPECT_EQ(usage, buffer->getUsage());
+    const native_handle_t* first = buffer->handle;
+    EXPECT_EQ(OK, buffer->reallocate(640, 480, kVenus, 1, usage));
+    EXPECT_EQ(first, buffer->handle);
+
+    // A refused size leaves no buffer, with initCheck still that of the object.
+    EXPECT_EQ(BAD_VALUE, buffer->reallocate(0, 480, kVenus, 1, usage));
+    EXPECT_EQ(nullptr, buffer->handle);
+    EXPECT_EQ(OK, buffer->initCheck());
+
+    sp<GraphicBuffer> owner = make(kRgba);
+    sp<GraphicBuffer> wrapper = new GraphicBuffer(owner->handle, GraphicBuffer::WRAP_HANDLE, 64, 16,
+                                                  kRgba, 1, kCpuUsage, owner->getStride());
+    EXPECT_EQ(INVALID_OPERATION, wrapper->reallocate(32, 16, kRgba, 1, kCpuUsage));
+
+    host::injectFault("buffer.allocate", NO_MEMORY);
+    EXPECT_EQ(NO_MEMORY, buffer->reallocate(64, 64, kRgba, 1, kCpuUsage));
+    EXPECT_EQ(nullptr, buffer->handle);
+    host::injectFault("buffer.reallocate", BAD_VALUE);
+    EXPECT_EQ(BAD_VALUE, buffer->reallocate(64, 64, kRgba, 1, kCpuUsage));
+    EXPECT_EQ(OK, buffer->reallocate(64, 64, kRgba, 1, kCpuUsage));
+    EXPECT_EQ(7u, host::callCount("buffer.reallocate"));
+
+    EXPECT_FALSE(owner->needsReallocation(64, 16, kRgba, 1, kRead));
+    EXPECT_TRUE(owner->needsReallocation(64, 16, kRgba, 1, GRALLOC_USAGE_HW_TEXTURE));
+    EXPECT_TRUE(owner->needsReallocation(64, 17, kRgba, 1, kCpuUsage));
+}
+
+TEST_F(GraphicBufferTest, NativeAndHardwareBufferViewsLeadBackToTheSameObject) {
+    sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_RGB_565, 20, 10);
+    ANativeWindowBuffer* native = buffer->getNativeBuffer();
+    EXPECT_EQ(ANDROID_NATIVE_BUFFER_MAGIC, static_cast<unsigned>(native->common.magic));
+    EXPECT_EQ(20, native->width);
+    EXPECT_EQ(HAL_PIXEL_FORMAT_RGB_565, native->format);
+    EXPECT_EQ(buffer.get(), GraphicBuffer::from(native).get());
+    EXPECT_EQ(buffer.get(), GraphicBuffer::fromAHardwareBuffer(buffer->toAHardwareBuffer()));
+    // The native object's reference hooks keep the buffer alive.
+    sp<ANativeWindowBuffer> nativeRef = native;
+    buffer.clear();
+    EXPECT_EQ(20, nativeRef->width);
+
+    // Its description is HardwareBufferTest's; here the plane lock and the usage check.
+    AHardwareBuffer_Desc desc = {
+            48, 8, 1, AHARDWAREBUFFER_FORMAT_Y8Cb8Cr8_420, AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN,
+            0,  0, 0};
+    AHardwareBuffer* hardwareBuffer = nullptr;
+    ASSERT_EQ(0, AHardwareBuffer_allocate(&desc, &hardwareBuffer));
+    AHardwareBuffer_Planes planes = {};
+    ASSERT_EQ(0, AHardwareBuffer_lockPlanes(hardwareBuffer, AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN,
+                                            -1, nullptr, &planes));
+    EXPECT_EQ(3u, planes.planeCount);
+    EXPECT_EQ(2u, planes.planes[1].pixelStride);
+    EXPECT_EQ(0, AHardwareBuffer_unlock(hardwareBuffer, nullptr));
+    void* data = nullptr;
+    EXPECT_EQ(-EINVAL, AHardwareBuffer_lock(hardwareBuffer, AHARDWAREBUFFER_USAGE_GPU_SAMPLED_IMAGE,
+                                            -1, nullptr, &data));
+    AHardwareBuffer_release(hardwareBuffer);
+}
+
+class MapperTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        host::resetFaultsAndCalls();
+        host::clearPlaneLayoutOverride();
+    }
+    void TearDown() override { host::clearPlaneLayoutOverride(); }
+
+    static std::vector<PlaneLayout> layoutsOf(const sp<GraphicBuffer>& buffer,
+                                              android::status_t expected = OK) {
+        std::vector<PlaneLayout> layouts;
+        EXPECT_EQ(GraphicBufferMapper::get().getPlaneLayouts(buffer->handle, &layouts), expected);
+        return layouts;
+    }
+};
+
+TEST_F(MapperTest, ToStringIsTheGeneratedPrinterText) {
+    PlaneLayout layout;
+    layout.components = {host::planeLayoutComponent(PlaneLayoutComponentType::CB, 6, 10),
+                         host::planeLayoutComponent(PlaneLayoutComponentType::CR, 22, 10)};
+    layout.offsetInBytes = 7680;
+    layout.sampleIncrementInBits = 32;
+    layout.strideInBytes = 128;
+    layout.widthInSamples = 32;
+    layout.heightInSamples = -24;
+    layout.totalSizeInBytes = 3072;
+    layout.horizontalSubsampling = 2;
+    layout.verticalSubsampling = 2;
+    EXPECT_EQ(layout.toString(),
+              "PlaneLayout{components: [PlaneLayoutComponent{type: ExtendableType{name: "
+              "android.hardware.graphics.common.PlaneLayoutComponentType, value: 2}, "
+              "offsetInBits: 6, sizeInBits: 10}, PlaneLayoutComponent{type: ExtendableType{name: "
+              "android.hardware.graphics.common.PlaneLayoutComponentType, value: 4}, "
+              "offsetInBits: 22, sizeInBits: 10}], offsetInBytes: 7680, sampleIncrementInBits: "
+              "32, strideInBytes: 128, widthInSamples: 32, heightInSamples: -24, "
+              "totalSizeInBytes: 3072, horizontalSubsampling: 2, verticalSubsampling: 2}");
+    EXPECT_EQ(PlaneLayout().toString(),
+              "PlaneLayout{components: [], offsetInBytes: 0, sampleIncrementInBits: 0, "
+              "strideInBytes: 0, widthInSamples: 0, heightInSamples: 0, totalSizeInBytes: 0, "
+              "horizontalSubsampling: 0, verticalSubsampling: 0}");
+    EXPECT_EQ(toString(PlaneLayoutComponentType::RAW), "RAW");
+    EXPECT_EQ(toString(static_cast<PlaneLayoutComponentType>(3)), "3");
+}
+
+// Overrides see the host's answer and replace it; errors come from the override, the fault
+// point, or a handle the gralloc does not know; clearing restores the host's answer.
+TEST_F(MapperTest, OverridesAndErrorsReplaceTheAnswer) {
+    sp<GraphicBuffer> buffer(new GraphicBuffer(64, 48, HAL_PIXEL_FORMAT_YCBCR_P010, 1, kRead));
+    const std::vector<PlaneLayout> own = layoutsOf(buffer);
+
+    buffer_handle_t seen = nullptr;
+    host::setPlaneLayoutOverride([&](buffer_handle_t handle, host::PlaneLayouts* layouts) {
+        seen = handle;
+        EXPECT_EQ(*layouts, own);
+        std::swap((*layouts)[1].components[0], (*layouts)[1].components[1]);
+        return OK;
+    });
+    std::vector<PlaneLayout> swapped = layoutsOf(buffer);
+    EXPECT_EQ(seen, buffer->handle);
+    ASSERT_EQ(swapped.size(), 2u);
+    EXPECT_EQ(swapped[1].components[0].type.value,
+              static_cast<int64_t>(PlaneLayoutComponentType::CR));
+
+    host::setPlaneLayoutOverride(OK, {});
+    EXPECT_TRUE(layoutsOf(buffer).empty());
+
+    std::vector<PlaneLayout> untouched = own;
+    host::setPlaneLayoutOverride(NO_MEMORY, {PlaneLayout()});
+    EXPECT_EQ(GraphicBufferMapper::get().getPlaneLayouts(buffer->handle, &untouched), NO_MEMORY);
+    EXPECT_EQ(untouched, own);
+
+    host::clearPlaneLayoutOverride();
+    EXPECT_EQ(layoutsOf(buffer), own);
+
+    host::clearRecordedCalls();
+    host::injectFault("mapper.getPlaneLayouts", -EIO);
+    EXPECT_EQ(GraphicBufferMapper::get().getPlaneLayouts(buffer->handle, &untouched), -EIO);
+    EXPECT_EQ(host::callCount("mapper.getPlaneLayouts"), 1u);
+
+    native_handle_t* foreign = native_handle_create(0, 1);
+    EXPECT_EQ(GraphicBufferMapper::get().getPlaneLayouts(foreign, &untouched), BAD_VALUE);
+    EXPECT_EQ(GraphicBufferMapper::get().getPlaneLayouts(nullptr, &untouched), BAD_VALUE);
+    native_handle_delete(foreign);
+    EXPECT_EQ(&GraphicBufferMapper::get(), &GraphicBufferMapper::getInstance());
+}
+
+}  // namespace
