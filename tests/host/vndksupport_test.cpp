@@ -25,11 +25,6 @@ protected:
         host::resetFaultsAndCalls();
     }
 
-    static int answer(void* handle) {
-        auto probe = reinterpret_cast<int (*)()>(dlsym(handle, "sphal_probe_answer"));
-        return probe != nullptr ? probe() : -1;
-    }
-
     // The failure lines, each checked against the platform's error line for `name`.
     static size_t failures(const char* name) {
         size_t count = 0;
@@ -67,9 +62,17 @@ TEST_F(SphalNamespaceTest, ConfinedDirectoriesAreSearchedInOrderAndOnly) {
     host::setSphalSearchPath({"/nonexistent-sphal-dir", SPHAL_PROBE_DIR});
     void* probe = android_load_sphal_library("libsphal_probe.so", RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(probe, nullptr);
-    EXPECT_EQ(answer(probe), 42);
+    auto answer = reinterpret_cast<int (*)()>(dlsym(probe, "sphal_probe_answer"));
+    ASSERT_NE(answer, nullptr);
+    EXPECT_EQ(answer(), 42);
     EXPECT_EQ(android_unload_sphal_library(probe), 0);
     EXPECT_EQ(failures("libsphal_probe.so"), 0u);
+
+    // An armed fault loads nothing, without a line; the call is recorded.
+    host::injectFault("vndksupport.android_load_sphal_library", -1);
+    EXPECT_EQ(android_load_sphal_library("libsphal_probe.so", RTLD_NOW), nullptr);
+    EXPECT_EQ(failures("libsphal_probe.so"), 0u);
+    EXPECT_EQ(host::callCount("vndksupport.android_load_sphal_library"), 2u);
 
     // libc is not in the namespace's directories, so the namespace does not find it...
     EXPECT_EQ(android_load_sphal_library("libc.so.6", RTLD_NOW), nullptr);
@@ -80,16 +83,6 @@ TEST_F(SphalNamespaceTest, ConfinedDirectoriesAreSearchedInOrderAndOnly) {
     probe = android_load_sphal_library(path.c_str(), RTLD_NOW);
     ASSERT_NE(probe, nullptr);
     EXPECT_EQ(android_unload_sphal_library(probe), 0);
-}
-
-TEST_F(SphalNamespaceTest, AnArmedFaultLoadsNothing) {
-    host::setSphalSearchPath({SPHAL_PROBE_DIR});
-    host::injectFault("vndksupport.android_load_sphal_library", -1);
-    EXPECT_EQ(android_load_sphal_library("libsphal_probe.so", RTLD_NOW), nullptr);
-    void* probe = android_load_sphal_library("libsphal_probe.so", RTLD_NOW);
-    EXPECT_NE(probe, nullptr);
-    if (probe != nullptr) android_unload_sphal_library(probe);
-    EXPECT_EQ(host::callCount("vndksupport.android_load_sphal_library"), 2u);
 }
 
 }  // namespace
