@@ -12,9 +12,9 @@ using android::BufferItem;
 
 namespace {
 
-// Rows from the start of the luma plane to `chroma`; 0 for a zero stride.
+// Rows from the start of the luma plane to `chroma`; 0 for a zero stride or a missing plane.
 uint32_t rowsBefore(const LockedBuffer& b, const uint8_t* chroma) {
-    if (b.stride == 0) return 0;
+    if (b.stride == 0 || chroma == nullptr) return 0;
     return static_cast<uint32_t>((chroma - b.data) / static_cast<int64_t>(b.stride));
 }
 
@@ -39,7 +39,9 @@ bool hasP010Chroma(const LockedBuffer& b) {
 
 // The bytes that make up the image, in unsigned 32-bit arithmetic. The luma-plus-chroma sizes
 // take the interleaved chroma plane to follow the luma plane in one allocation: it begins at
-// dataCr for flexible YUV (Cr first, as NV21) and at dataCb for P010.
+// dataCr for flexible YUV (Cr first, as NV21) and at dataCb for P010. Guard: a flexible image
+// locked whole after a failed YCbCr lock has no Cr address, and the rows up to address 0 would
+// reach far outside the buffer; it is the luma plane alone.
 uint32_t imageSize(LockedBuffer& b) {
     switch (b.flexFormat) {
         case HAL_PIXEL_FORMAT_RAW16:
@@ -48,6 +50,7 @@ uint32_t imageSize(LockedBuffer& b) {
         case HAL_PIXEL_FORMAT_BLOB:
             return Image_getJpegSize(&b, false);
         case HAL_PIXEL_FORMAT_YCbCr_420_888:
+            if (b.dataCr == nullptr) return b.stride * b.height;
             return (rowsBefore(b, b.dataCr) + b.height / 2) * b.stride;
         case HAL_PIXEL_FORMAT_RAW10:
         case HAL_PIXEL_FORMAT_RAW12:
@@ -145,15 +148,18 @@ int SurfaceNativeUtilImpl::nativePutByteBufferFromImage(JNIEnv* env, jobject ima
         unlockImageFromBuffer(item);
         return 0;
     }
-    uint32_t minimum = minimumCapacity(locked);
-    if (capacity < static_cast<jlong>(minimum)) {
-        // The image stays locked: the Java side closes it.
+    // The minimum counts the visible width while the copy counts padded rows. Guard: a buffer
+    // that passes the minimum but cannot hold the copy is refused the same way rather than
+    // written past its end. Either refusal leaves the image locked: the Java side closes it.
+    const uint32_t minimum = minimumCapacity(locked);
+    const uint32_t size = capacity < static_cast<jlong>(minimum) ? minimum : imageSize(locked);
+    if (capacity < static_cast<jlong>(size)) {
         NLOGW("%s: Buffer size(%ld) is smaller than image size(%u)", kName,
-              static_cast<long>(capacity), minimum);
+              static_cast<long>(capacity), size);
         return android::BAD_VALUE;
     }
     logGeometry(kName, locked);
-    memcpy(dst, locked.data, imageSize(locked));
+    memcpy(dst, locked.data, size);
     unlockImageFromBuffer(item);
     return 0;
 }

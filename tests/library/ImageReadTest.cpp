@@ -180,27 +180,31 @@ TEST_F(ImageReadTest, EveryFormatIsWrappedAndCopiedWithTheLayoutsSize) {
             EXPECT_EQ(surfaceLines(),
                       lockedReadLines("nativeGetBufferfromImage", p010, e.geometry, blob));
 
-            // Copied into a buffer that declares the minimum capacity but has room for the
-            // copy, which counts padded rows; a byte less, or a buffer that is not direct
-            // (capacity -1), is refused and leaves the image locked.
-            GuardedBuffer dst(std::max(e.size, e.minCapacity), GuardedBuffer::Fence::After);
-            for (jlong capacity : {static_cast<jlong>(e.minCapacity) - 1, jlong{-1}}) {
+            // Copied into a buffer just large enough for the copy, which counts padded rows,
+            // and never less than the minimum. A byte below the minimum, a buffer that is not
+            // direct (capacity -1), or one that passes the minimum but is a byte short of the
+            // padded copy, is refused and leaves the image locked.
+            const uint32_t fits = std::max(e.size, e.minCapacity);
+            GuardedBuffer dst(fits, GuardedBuffer::Fence::After);
+            std::vector<std::pair<jlong, uint32_t>> refusals = {
+                    {static_cast<jlong>(e.minCapacity) - 1, e.minCapacity}, {-1, e.minCapacity}};
+            if (e.size > e.minCapacity) refusals.push_back({e.size - 1, e.size});
+            for (const auto& [capacity, needed] : refusals) {
                 host::clearCapturedLogs();
                 jobject refused = capacity < 0 ? heap : direct(dst.data(), capacity);
                 EXPECT_EQ(util()->nativePutByteBufferFromImage(env, img.image, refused), -22);
-                EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_WARN,
-                                   "nativePutByteBufferFromImage: Buffer size(" +
-                                           std::to_string(capacity) +
-                                           ") is smaller than image size(" +
-                                           std::to_string(e.minCapacity) + ")"));
+                EXPECT_TRUE(logged(
+                        kSurfaceTag, ANDROID_LOG_WARN,
+                        "nativePutByteBufferFromImage: Buffer size(" + std::to_string(capacity) +
+                                ") is smaller than image size(" + std::to_string(needed) + ")"));
                 EXPECT_TRUE(leftLocked(img));
             }
             EXPECT_EQ(dst.bytes(), std::vector<uint8_t>(dst.size(), kCanary));
             host::clearCapturedLogs();
             host::resetFaultsAndCalls();
-            EXPECT_EQ(util()->nativePutByteBufferFromImage(env, img.image,
-                                                           direct(dst.data(), e.minCapacity)),
-                      0);
+            EXPECT_EQ(
+                    util()->nativePutByteBufferFromImage(env, img.image, direct(dst.data(), fits)),
+                    0);
             EXPECT_EQ(host::recordedCalls(), calls);
             EXPECT_EQ(surfaceLines(),
                       lockedReadLines("nativePutByteBufferFromImage", p010, e.geometry, 2 * blob));
@@ -277,8 +281,8 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
              "buffer.lockAsync",
              {lock + "Lock buffer failed with lockAsync!(-5, format 32)",
               lock + "Lock graphic buffer failed!(-5)", wrap + "No support format 0", failed}},
-            // Locked whole instead, without chroma: the flexible size would count the rows up to
-            // address 0, so only the address is asked for.
+            // Locked whole instead, without chroma: wrapped and copied as the luma plane alone,
+            // not as the rows up to address 0.
             {{HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 16}, "buffer.lockAsyncYCbCr", {}},
             // The plane layouts refused: luma only.
             {{HAL_PIXEL_FORMAT_YCBCR_P010, 16, 16},
@@ -312,6 +316,21 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
                                "lockImageFromBuffer: Lock buffer failed with "
                                "lockAsyncYCbCr!(-5, format 17)"));
             EXPECT_EQ(host::callCount("buffer.lockAsync"), 1u);
+            const uint32_t luma = img.layout.stride * c.frame.height;
+            host::injectFault(c.fault, -5);
+            jobject wrapped = util()->nativeGetBufferfromImage(env, img.image);
+            ASSERT_NE(wrapped, nullptr);
+            EXPECT_EQ(env->GetDirectBufferCapacity(wrapped), static_cast<jlong>(luma));
+            const uint32_t capacity = std::max(luma, c.frame.width * c.frame.height * 3 / 2);
+            GuardedBuffer dst(capacity, GuardedBuffer::Fence::After);
+            host::injectFault(c.fault, -5);
+            EXPECT_EQ(util()->nativePutByteBufferFromImage(env, img.image,
+                                                           direct(dst.data(), capacity)),
+                      0);
+            std::vector<uint8_t> expected(img.bytes.begin(), img.bytes.begin() + luma);
+            expected.resize(capacity, kCanary);
+            EXPECT_EQ(dst.bytes(), expected);
+            EXPECT_FALSE(leftLocked(img));
             close(img.image);
             continue;
         }
