@@ -351,6 +351,20 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
                     0);
             EXPECT_EQ(dst.bytes(),
                       std::vector<uint8_t>(img.bytes.begin(), img.bytes.begin() + size));
+        } else {
+            // The copy refuses with the wrap's lines, but for the last, returns 0, writes
+            // nothing and unlocks what it locked.
+            std::vector<std::string> lines(c.wrapLines.begin(), c.wrapLines.end() - 1);
+            const std::string copyName = "nativePutByteBufferFromImage: ";
+            lines.back() = "6/" + copyName + lines.back().substr(wrap.size());
+            if (c.fault != nullptr) host::injectFault(c.fault, -5);
+            host::clearCapturedLogs();
+            GuardedBuffer dst(64, GuardedBuffer::Fence::After);
+            EXPECT_EQ(util()->nativePutByteBufferFromImage(env, img.image, direct(dst.data(), 64)),
+                      0);
+            EXPECT_EQ(surfaceLines(ANDROID_LOG_VERBOSE), lines);
+            EXPECT_EQ(dst.bytes(), std::vector<uint8_t>(64, kCanary));
+            EXPECT_FALSE(leftLocked(img));
         }
         close(img.image);
     }

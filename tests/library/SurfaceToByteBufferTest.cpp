@@ -135,7 +135,9 @@ TEST_F(SurfaceToByteBufferTest, SixteenBitFramesAndTheVendorBranch) {
     EXPECT_TRUE(said("QCOM"));
     // The run on an NV12-ordered board (a process started as one; see CMakeLists.txt) must take
     // the swapping branch.
-    if (getenv("NUVRA_TEST_NV12_BOARD") != nullptr) EXPECT_TRUE(said("SURFACE FORMAT NV12"));
+    if (getenv("NUVRA_TEST_NV12_BOARD") != nullptr) {
+        EXPECT_TRUE(said("SURFACE FORMAT NV12"));
+    }
     EXPECT_EQ(copy, packedSemiPlanar(frame, size_t{w} * h, said("SURFACE FORMAT NV12"), 0xEE));
 #else
     EXPECT_TRUE(said("yStride == Width"));
