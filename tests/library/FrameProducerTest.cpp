@@ -97,17 +97,6 @@ protected:
 
 // ---- frames written ----
 
-#if defined(NUVRA_TEST_VENDOR_QCOM)
-constexpr bool kQcom = true;
-#else
-constexpr bool kQcom = false;
-#endif
-#if defined(NUVRA_TEST_VENDOR_KORB)
-constexpr bool kKorb = true;
-#else
-constexpr bool kKorb = false;
-#endif
-
 enum Vendors { kAllVendors, kQcomOnly, kOthersOnly };
 bool runsHere(Vendors v) {
     return v == kAllVendors || (v == kQcomOnly) == kQcom;

@@ -13,6 +13,19 @@
 
 namespace nuvra::test {
 
+// The vendor of the library under test, in the binaries built once per vendor
+// (NUVRA_TEST_VENDOR_<vendor>).
+#if defined(NUVRA_TEST_VENDOR_QCOM)
+inline constexpr bool kQcom = true;
+#else
+inline constexpr bool kQcom = false;
+#endif
+#if defined(NUVRA_TEST_VENDOR_KORB)
+inline constexpr bool kKorb = true;
+#else
+inline constexpr bool kKorb = false;
+#endif
+
 inline constexpr const char* kSurfaceTag = "NuvraSurfaceUtil";
 inline constexpr const char* kPlatformTag = "PlatformUtil";
 inline constexpr const char* kJniHelpTag = "JNIHelp";

@@ -57,6 +57,8 @@ TEST_F(SurfaceGeometryTest, FormatsOtherThanDisplayNv21AreSetAlone) {
     EXPECT_EQ(nextFrame().mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YV12);
 }
 
+// Qualcomm adds the camera-write usage; K.ORB and MT the JFIF data space and the CPU-write usage,
+// and K.ORB wants its own NV21 for displays.
 TEST_F(SurfaceGeometryTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) {
     setLogLevel("V");
     EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
@@ -64,37 +66,30 @@ TEST_F(SurfaceGeometryTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) {
               0);
     expectNoPendingException(env);
     android::BufferItem item = nextFrame();
-    uint64_t usage = item.mGraphicBuffer->getUsage();
-    std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
-#if defined(NUVRA_TEST_VENDOR_QCOM)
-    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
-    EXPECT_EQ(usage & (kConsumerUsage | 0x20000), kConsumerUsage | 0x20000);
-    EXPECT_EQ(item.mDataSpace, HAL_DATASPACE_V0_BT709);  // left alone
-    EXPECT_EQ(verbose, (std::vector<std::string>{"nativeSetSurfaceFormat",
-                                                 "add usage GRALLOC_USAGE_HW_CAMERA_WRITE"}));
-    EXPECT_EQ(host::callCount("window.query.DEFAULT_DATASPACE"), 0u);
-    EXPECT_EQ(logTexts(kPlatformTag, ANDROID_LOG_VERBOSE).size(), 4u);  // the vendor, asked 4 times
-#else
-#if defined(NUVRA_TEST_VENDOR_KORB)
-    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), 0x11D);  // the vendor's display NV21
-    const std::string firstLines[] = {
-            "nativeSetSurfaceFormat",
-            "nativeSetSurfaceFormat: override pixel format to 420_SP_M_FULL for display surface."};
-#else
-    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
-    const std::string firstLines[] = {"nativeSetSurfaceFormat"};
-#endif
-    EXPECT_EQ(usage & (kConsumerUsage | GRALLOC_USAGE_SW_WRITE_OFTEN),
-              kConsumerUsage | GRALLOC_USAGE_SW_WRITE_OFTEN);
-    EXPECT_EQ(usage & 0x20000, 0u);
-    EXPECT_EQ(item.mDataSpace, static_cast<android_dataspace>(0x8C20000));
-    std::vector<std::string> expected(std::begin(firstLines), std::end(firstLines));
-    expected.push_back("nativeSetSurfaceFormat: NATIVE_WINDOW_DEFAULT_DATASPACE " +
-                       std::to_string(HAL_DATASPACE_V0_BT709));
-    // The consumer's usage: SW_READ_OFTEN | HW_TEXTURE.
-    expected.push_back("add usage GRALLOC_USAGE_SW_WRITE_OFTEN, original 0x103");
-    EXPECT_EQ(verbose, expected);
-#endif
+    const uint64_t usage = item.mGraphicBuffer->getUsage();
+    const uint64_t added = kQcom ? uint64_t{0x20000} : uint64_t{GRALLOC_USAGE_SW_WRITE_OFTEN};
+    EXPECT_EQ(usage & (kConsumerUsage | added), kConsumerUsage | added);
+    EXPECT_EQ(item.mGraphicBuffer->getPixelFormat(), kKorb ? 0x11D : HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    std::vector<std::string> expected = {"nativeSetSurfaceFormat"};
+    if (kQcom) {
+        EXPECT_EQ(item.mDataSpace, HAL_DATASPACE_V0_BT709);  // left alone
+        expected.push_back("add usage GRALLOC_USAGE_HW_CAMERA_WRITE");
+        EXPECT_EQ(host::callCount("window.query.DEFAULT_DATASPACE"), 0u);
+        EXPECT_EQ(logTexts(kPlatformTag, ANDROID_LOG_VERBOSE).size(), 4u);  // asked 4 times
+    } else {
+        EXPECT_EQ(usage & 0x20000, 0u);
+        EXPECT_EQ(item.mDataSpace, static_cast<android_dataspace>(0x8C20000));
+        if (kKorb) {
+            expected.push_back(
+                    "nativeSetSurfaceFormat: override pixel format to 420_SP_M_FULL "
+                    "for display surface.");
+        }
+        expected.push_back("nativeSetSurfaceFormat: NATIVE_WINDOW_DEFAULT_DATASPACE " +
+                           std::to_string(HAL_DATASPACE_V0_BT709));
+        // The consumer's usage: SW_READ_OFTEN | HW_TEXTURE.
+        expected.push_back("add usage GRALLOC_USAGE_SW_WRITE_OFTEN, original 0x103");
+    }
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE), expected);
 }
 
 // A window request that fails (or refuses the value) ends the setter with the request's status
