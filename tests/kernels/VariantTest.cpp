@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <numeric>
 #include <vector>
 
 #include "KernelTestSupport.h"
@@ -153,8 +152,8 @@ std::vector<uint8_t> modelSwap(const uint8_t* src, size_t bytes) {
 // non-temporal stores wherever the destination can be aligned.
 TEST_P(KernelVariantTest, CopySwapChromaPairsAnyLengthAlignmentAndFence) {
     std::mt19937 rng(5);
-    std::vector<size_t> lengths(161);
-    std::iota(lengths.begin(), lengths.end(), 0);
+    std::vector<size_t> lengths;
+    for (size_t n = 0; n <= 160; ++n) lengths.push_back(n);
     lengths.insert(lengths.end(), {255, 256, 1001, 4097, detail::kStreamingSwapBytes + 199});
     for (size_t bytes : lengths) {
         std::vector<uint8_t> src(bytes + 8);
