@@ -84,18 +84,13 @@ protected:
         host::resetFaultsAndCalls();
         host::clearCapturedLogs();
         host::clearProperty("log.tag.VANTORA_CAMERA");
-        mSaved = host::sphalSearchPath();
         host::setSphalSearchPath({HOST_OPENCL_VENDOR_DIR});
         gSystemLibraryVisible = false;
     }
     void TearDown() override {
         wrapper::unloadOpenCl();
-        host::setSphalSearchPath(mSaved);
         host::resetFaultsAndCalls();
     }
-
-private:
-    std::vector<std::string> mSaved;
 };
 
 // Without the vendor library, the system one after the attempts in order. It converts as well, and
