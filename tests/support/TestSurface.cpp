@@ -15,22 +15,6 @@ using android::BufferQueue;
 using android::OK;
 using android::sp;
 
-namespace {
-
-void callVoidMethod(JNIEnv* env, jobject object, const char* name) {
-    jclass clazz = env->GetObjectClass(object);
-    jmethodID method = env->GetMethodID(clazz, name, "()V");
-    env->CallVoidMethod(object, method);
-    if (env->ExceptionCheck()) {
-        env->ExceptionDescribe();
-        env->ExceptionClear();
-        ADD_FAILURE() << "Surface." << name << "() threw";
-    }
-    env->DeleteLocalRef(clazz);
-}
-
-}  // namespace
-
 TestSurface::TestSurface(TestSurface&& other) noexcept {
     *this = std::move(other);
 }
@@ -41,7 +25,6 @@ TestSurface& TestSurface::operator=(TestSurface&& other) noexcept {
         javaSurface = std::exchange(other.javaSurface, nullptr);
         surface = std::move(other.surface);
         producer = std::move(other.producer);
-        consumerInterface = std::move(other.consumerInterface);
         consumer = std::move(other.consumer);
     }
     return *this;
@@ -60,18 +43,26 @@ void TestSurface::reset() {
     surface.clear();
     producer.clear();
     consumer.clear();
-    consumerInterface.clear();
 }
 
 void TestSurface::releaseJavaSurface() {
-    if (javaSurface != nullptr) callVoidMethod(host::jniEnv(), javaSurface, "release");
+    if (javaSurface == nullptr) return;
+    JNIEnv* env = host::jniEnv();
+    jclass clazz = env->GetObjectClass(javaSurface);
+    env->CallVoidMethod(javaSurface, env->GetMethodID(clazz, "release", "()V"));
+    if (env->ExceptionCheck()) {
+        env->ExceptionDescribe();
+        env->ExceptionClear();
+        ADD_FAILURE() << "Surface.release() threw";
+    }
+    env->DeleteLocalRef(clazz);
 }
 
 TestSurface makeTestSurface(JNIEnv* env, const TestSurfaceConfig& config) {
     TestSurface ts;
-    BufferQueue::createBufferQueue(&ts.producer, &ts.consumerInterface);
-    ts.consumer =
-            new BufferItemConsumer(ts.consumerInterface, config.consumerUsage, config.maxAcquired);
+    android::sp<android::IGraphicBufferConsumer> consumerEnd;
+    BufferQueue::createBufferQueue(&ts.producer, &consumerEnd);
+    ts.consumer = new BufferItemConsumer(consumerEnd, config.consumerUsage, config.maxAcquired);
     if (ts.consumer->setDefaultBufferSize(config.width, config.height) != OK ||
         ts.consumer->setDefaultBufferFormat(config.format) != OK ||
         ts.consumer->setDefaultBufferDataSpace(config.dataspace) != OK) {

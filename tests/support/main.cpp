@@ -8,10 +8,14 @@
 
 namespace {
 
-std::string joinLines(const std::vector<std::string>& lines) {
+// Fails the current test, or the environment's set-up, with whatever the JVM printed since the
+// last call.
+void failOnJvmOutput(const char* when) {
+    std::vector<std::string> printed = host::jvmWarnings();
+    host::clearJvmWarnings();
     std::string text;
-    for (const std::string& line : lines) text += "\n  " + line;
-    return text;
+    for (const std::string& line : printed) text += "\n  " + line;
+    if (!printed.empty()) ADD_FAILURE() << "the JVM printed " << when << ":" << text;
 }
 
 class JvmEnvironment : public ::testing::Environment {
@@ -21,10 +25,7 @@ public:
         host::JvmOptions options;
         options.checkJni = true;
         host::startJvm(options);
-        std::vector<std::string> printed = host::jvmWarnings();
-        host::clearJvmWarnings();
-        if (!printed.empty())
-            ADD_FAILURE() << "the JVM printed while starting:" << joinLines(printed);
+        failOnJvmOutput("while starting");
     }
 };
 
@@ -34,10 +35,7 @@ public:
 class JvmWarningListener : public ::testing::EmptyTestEventListener {
 public:
     void OnTestEnd(const ::testing::TestInfo& /*info*/) override {
-        std::vector<std::string> printed = host::jvmWarnings();
-        host::clearJvmWarnings();
-        if (!printed.empty())
-            ADD_FAILURE() << "the JVM printed during the test:" << joinLines(printed);
+        failOnJvmOutput("during the test");
     }
 };
 

@@ -51,7 +51,6 @@ struct TestSurface {
     jobject javaSurface = nullptr;          // global reference to the android.view.Surface
     android::sp<android::Surface> surface;  // the native Surface behind javaSurface
     android::sp<android::IGraphicBufferProducer> producer;
-    android::sp<android::IGraphicBufferConsumer> consumerInterface;
     android::sp<android::BufferItemConsumer> consumer;
 };
 
