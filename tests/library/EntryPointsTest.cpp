@@ -3,7 +3,6 @@
 #include <android/log.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <set>
 #include <string>
@@ -34,13 +33,9 @@ protected:
         [[maybe_unused]] R result = reinterpret_cast<R (*)(S*, JNIEnv*, P...)>(table[index])(
                 object, env, static_cast<P>(args)...);
         std::optional<JavaException> thrown = takePendingException(env);
-        std::vector<std::string> written;
-        for (const host::LogLine& l : host::capturedLogs()) {
-            if (l.tag == kSurfaceTag) written.push_back(std::to_string(l.priority) + " " + l.text);
-        }
         bool lookupFailed = false;
         for (const std::string& line : lines) {
-            EXPECT_NE(std::find(written.begin(), written.end(), line), written.end()) << line;
+            EXPECT_TRUE(logged(kSurfaceTag, line[0] - '0', line.substr(2))) << line;
             lookupFailed |= line.find("Could not retrieve") != std::string::npos;
         }
         if (!lookupFailed) return;

@@ -12,16 +12,14 @@
 namespace nuvra::test {
 namespace {
 
-class LogGateTest : public JniTest {};
-
-// The lowest priority each property value lets through; 8 means nothing passes.
-struct GateCase {
-    const char* value;  // "" = unset
-    int threshold;
-};
+using LogGateTest = JniTest;
 
 TEST_F(LogGateTest, ThresholdFollowsTheFirstCharacterOfTheProperty) {
-    const GateCase cases[] = {
+    // The lowest priority each property value ("" = unset) lets through; 8 means nothing passes.
+    const struct {
+        const char* value;
+        int threshold;
+    } cases[] = {
             {"V", 2},        {"D", 3},       {"I", 4}, {"W", 5}, {"E", 6}, {"A", 7}, {"S", 8},
             {"Suppress", 8}, {"Verbose", 2}, {"v", 3}, {"e", 3}, {"x", 3}, {"", 3},
     };
@@ -29,7 +27,7 @@ TEST_F(LogGateTest, ThresholdFollowsTheFirstCharacterOfTheProperty) {
     ASSERT_NE(helper.handle, nullptr);
     ASSERT_NE(helper.propertyGet, nullptr);
     EXPECT_TRUE(logTexts("PropertyGet_Helper", ANDROID_LOG_ERROR).empty());
-    for (const GateCase& c : cases) {
+    for (const auto& c : cases) {
         setLogLevel(c.value);
         for (int prio = ANDROID_LOG_VERBOSE; prio <= ANDROID_LOG_FATAL; ++prio) {
             EXPECT_EQ(propertyLogGatePasses(helper, prio), prio >= c.threshold)
