@@ -1,5 +1,5 @@
-// Connecting, disconnecting, the dequeue time-out and the private Surface, through the shipped
-// library and the real JVM.
+// Connecting (with the dequeue time-out), disconnecting and the private Surface, through the
+// shipped library and the real JVM.
 
 #include <android/log.h>
 #include <android_runtime/android_view_Surface.h>
@@ -27,7 +27,7 @@ const std::vector<std::string> kConnectSteps = {"surface.connect", "window.perfo
                                                 "window.query.MIN_UNDEQUEUED_BUFFERS",
                                                 "window.perform.SET_BUFFER_COUNT"};
 
-TEST_F(SurfaceConnectionTest, ConnectsAsCameraProducerWithFourSpareBuffers) {
+TEST_F(SurfaceConnectionTest, ConnectsAsCameraProducerWithFourSpareBuffersAndADequeueTimeOut) {
     setLogLevel("V");
     TestSurface ts = surfaceKeepingBack(2);
     host::resetFaultsAndCalls();
@@ -48,6 +48,23 @@ TEST_F(SurfaceConnectionTest, ConnectsAsCameraProducerWithFourSpareBuffers) {
     EXPECT_EQ(item->mGraphicBuffer->getUsage() & GRALLOC_USAGE_SW_WRITE_OFTEN,
               uint64_t{GRALLOC_USAGE_SW_WRITE_OFTEN});
     EXPECT_EQ(native_window_api_connect(ts.surface.get(), NATIVE_WINDOW_API_CPU), -22);
+
+    // The dequeue time-out: with every slot queued and none acquired, the next dequeue times out
+    // instead of blocking.
+    EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 2000000), 0);
+    ANativeWindow* anw = ts.surface.get();
+    ANativeWindowBuffer* anb = nullptr;
+    int err = 0;
+    for (int n = 0; n < 70 && (err = native_window_dequeue_buffer_and_wait(anw, &anb)) == 0; ++n) {
+        ASSERT_EQ(anw->queueBuffer(anw, anb, -1), 0);
+    }
+    EXPECT_EQ(err, -110);
+    host::injectFault("surface.setDequeueTimeout", -19);
+    EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 5), -19);
+    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
+                       withError("nativeSetDequeueTimeout: Error while set dequeue timeout (5ns) "
+                                 "on surface",
+                                 -19)));
     EXPECT_EQ(native_window_api_disconnect(ts.surface.get(), NATIVE_WINDOW_API_CAMERA), 0);
 }
 
@@ -116,28 +133,6 @@ TEST_F(SurfaceConnectionTest, DisconnectOutcomes) {
     EXPECT_EQ(util()->nativeDisconnectSurface(env, ts.javaSurface), 0);
     expectPendingException(env, "java.lang.IllegalArgumentException",
                            "Surface had no valid native window.");
-}
-
-TEST_F(SurfaceConnectionTest, DequeueTimeoutReachesTheQueue) {
-    TestSurface ts = surfaceKeepingBack(1);
-    ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
-    ASSERT_TRUE(cycleOneFrame(ts).has_value());
-    EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 2000000), 0);
-    // With every slot queued and none acquired, the next dequeue times out instead of blocking.
-    ANativeWindow* anw = ts.surface.get();
-    ANativeWindowBuffer* anb = nullptr;
-    int err = 0;
-    for (int n = 0; n < 70 && (err = native_window_dequeue_buffer_and_wait(anw, &anb)) == 0; ++n) {
-        ASSERT_EQ(anw->queueBuffer(anw, anb, -1), 0);
-    }
-    EXPECT_EQ(err, -110);
-
-    host::injectFault("surface.setDequeueTimeout", -19);
-    EXPECT_EQ(util()->nativeSetDequeueTimeout(env, ts.javaSurface, 5), -19);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeSetDequeueTimeout: Error while set dequeue timeout (5ns) "
-                                 "on surface",
-                                 -19)));
 }
 
 TEST_F(SurfaceConnectionTest, PrivateSurfaceFeedsTheSameConsumer) {
