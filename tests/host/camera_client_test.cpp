@@ -206,8 +206,8 @@ TEST(CameraRotationTransformTest, EveryFacingOrientationMirrorModeAndInverseDisp
     }
 }
 
-// A mirror mode the platform does not know mirrors nothing. (Transforms in plain numbers are
-// checked through the library by SurfaceGeometryTest.TransformsOfFacingOrientationAndMirrorMode.)
+// A mirror mode the platform does not know mirrors nothing. (Transforms in plain numbers: see
+// SurfaceConfigurationTest.TransformsOfFacingOrientationAndMirrorMode in the library's tests.)
 TEST(CameraRotationTransformTest, AnUnknownMirrorModeMirrorsNothing) {
     int32_t transform = 0;
     ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(kFront, 180), 9, false, &transform), OK);

@@ -1,9 +1,12 @@
-// Format, dimensions, transform, scaling mode, timestamp and data space setters, through the
-// shipped library (each vendor build runs this file) and the real JVM.
+// The Surface setters (format, dimensions, transform, scaling mode, timestamp, data space) and the
+// four read-only queries, through the shipped library (each vendor build runs this file) and the
+// real JVM.
 
 #include <android/log.h>
 #include <gtest/gtest.h>
 #include <hostcontrol/FaultInjection.h>
+
+#include <functional>
 
 #include "LibraryTestSupport.h"
 #include "SurfaceTestSupport.h"
@@ -11,7 +14,7 @@
 namespace nuvra::test {
 namespace {
 
-class SurfaceGeometryTest : public JniTest {
+class SurfaceConfigurationTest : public JniTest {
 protected:
     void SetUp() override {
         JniTest::SetUp();
@@ -38,12 +41,23 @@ protected:
                                                 : 0u);
     }
 
+    jintArray intArray(std::vector<jint> values) {
+        jintArray a = env->NewIntArray(static_cast<jsize>(values.size()));
+        env->SetIntArrayRegion(a, 0, static_cast<jsize>(values.size()), values.data());
+        return a;
+    }
+    std::vector<jint> contents(jintArray a) {
+        std::vector<jint> v(env->GetArrayLength(a));
+        env->GetIntArrayRegion(a, 0, static_cast<jsize>(v.size()), v.data());
+        return v;
+    }
+
     TestSurface ts;
     const uint64_t kConsumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_HW_TEXTURE;
 };
 
 // NV21 without the display flag, and any other format with it, is set as it is and nothing else.
-TEST_F(SurfaceGeometryTest, FormatsOtherThanDisplayNv21AreSetAlone) {
+TEST_F(SurfaceConfigurationTest, FormatsOtherThanDisplayNv21AreSetAlone) {
     EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
                                              false),
               0);
@@ -59,7 +73,7 @@ TEST_F(SurfaceGeometryTest, FormatsOtherThanDisplayNv21AreSetAlone) {
 
 // Qualcomm adds the camera-write usage; K.ORB and MT the JFIF data space and the CPU-write usage,
 // and K.ORB wants its own NV21 for displays.
-TEST_F(SurfaceGeometryTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) {
+TEST_F(SurfaceConfigurationTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) {
     setLogLevel("V");
     EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
                                              true),
@@ -92,66 +106,69 @@ TEST_F(SurfaceGeometryTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) {
     EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE), expected);
 }
 
-// A window request that fails (or refuses the value) ends the setter with the request's status
-// and its line; the requests after it in the setter are not made.
-TEST_F(SurfaceGeometryTest, SetterFailuresReturnTheWindowsCodeWithTheirLine) {
-    using Call = int (*)(JNIEnv*, jobject);
-    Call setFormat = [](JNIEnv* e, jobject s) {
-        return util()->nativeSetSurfaceFormat(e, s, 1, true);
-    };
-    Call setDimens = [](JNIEnv* e, jobject s) {
-        return util()->nativeSetSurfaceDimens(e, s, 10, 10);
+// A window request that fails (or refuses the value) ends the setter or query with its status
+// (the sign kept, also when widened to 64 bits) and its line, without an exception; the requests
+// after it are not made.
+TEST_F(SurfaceConfigurationTest, WindowRequestFailuresReturnTheirCodeWithTheirLine) {
+    using S = SurfaceNativeUtil;
+    jintArray dimens = intArray({1, 2});
+    auto call = [&](auto method, auto... args) -> std::function<jlong()> {
+        return [=] { return static_cast<jlong>((util()->*method)(env, ts.javaSurface, args...)); };
     };
     const struct {
-        Call call;
-        const char* fault;  // armed with `status`; null when the value itself is refused
+        std::function<jlong()> call;
+        const char* request;  // the last one made: armed with `status` unless the value is refused
         int status;
         const char* line;
-        const char* end;
-        const char* notCalled;
+        const char* end = ".";
+        bool armed = true;
     } cases[] = {
-        {setFormat, "window.perform.SET_BUFFERS_FORMAT", -22,
-         "nativeSetSurfaceFormat: Error while setting surface format", ".",
-         "window.perform.SET_USAGE64"},
-        {setFormat, "window.perform.SET_USAGE64", -38,
-         "nativeSetSurfaceFormat: Failed to set native window usage flag, error", ".", nullptr},
+        {call(&S::nativeSetSurfaceFormat, 1, true), "window.perform.SET_BUFFERS_FORMAT", -22,
+         "nativeSetSurfaceFormat: Error while setting surface format"},
+        {call(&S::nativeSetSurfaceFormat, 1, true), "window.perform.SET_USAGE64", -38,
+         "nativeSetSurfaceFormat: Failed to set native window usage flag, error"},
 #if !defined(NUVRA_TEST_VENDOR_QCOM)
-        {setFormat, "window.perform.SET_BUFFERS_DATASPACE", -19,
-         "nativeSetSurfaceFormat: Failed to set native window data_space, error", ".", nullptr},
+        {call(&S::nativeSetSurfaceFormat, 1, true), "window.perform.SET_BUFFERS_DATASPACE", -19,
+         "nativeSetSurfaceFormat: Failed to set native window data_space, error"},
 #endif
-        {setDimens, "window.perform.SET_BUFFERS_DIMENSIONS", -22,
-         "nativeSetSurfaceDimens: Error while setting surface dimens", ".",
-         "window.perform.SET_BUFFERS_USER_DIMENSIONS"},
-        {setDimens, "window.perform.SET_BUFFERS_USER_DIMENSIONS", -22,
-         "nativeSetSurfaceDimens: Error while setting surface user dimens", ".", nullptr},
-        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceOrientation(e, s, 1, 45); },
-         nullptr, -38, "nativeSetSurfaceTransform: Invalid rotation transform", "",
-         "window.perform.SET_BUFFERS_TRANSFORM"},
-        {[](JNIEnv* e, jobject s) { return util()->nativeSetSurfaceMirror(e, s, 1, 0, 1); },
-         "window.perform.SET_BUFFERS_TRANSFORM", -19,
-         "nativeSetSurfaceTransform: Unable to configure surface transform, error", "", nullptr},
-        {[](JNIEnv* e, jobject s) { return util()->nativeSetScalingMode(e, s, 7); }, nullptr, -22,
-         "nativeSetScalingMode: Unable to set surface scaling mode, error", "", nullptr},
-        {[](JNIEnv* e, jobject s) { return util()->nativeSetNextTimestamp(e, s, 1); },
-         "window.perform.SET_BUFFERS_TIMESTAMP", -19,
-         "nativeSetNextTimestamp: Unable to set surface timestamp, error", "", nullptr},
-        {[](JNIEnv* e, jobject s) { return util()->nativeSetDataSpaceToSurface(e, s, 0x8C20000); },
-         "window.perform.SET_BUFFERS_DATASPACE", -19,
+        {call(&S::nativeSetSurfaceDimens, 10, 10), "window.perform.SET_BUFFERS_DIMENSIONS", -22,
+         "nativeSetSurfaceDimens: Error while setting surface dimens"},
+        {call(&S::nativeSetSurfaceDimens, 10, 10), "window.perform.SET_BUFFERS_USER_DIMENSIONS",
+         -22, "nativeSetSurfaceDimens: Error while setting surface user dimens"},
+        {call(&S::nativeSetSurfaceOrientation, 1, 45), "camera.getRotationTransform", -38,
+         "nativeSetSurfaceTransform: Invalid rotation transform", "", false},
+        {call(&S::nativeSetSurfaceMirror, 1, 0, 1), "window.perform.SET_BUFFERS_TRANSFORM", -19,
+         "nativeSetSurfaceTransform: Unable to configure surface transform, error", ""},
+        {call(&S::nativeSetScalingMode, 7), "window.perform.SET_SCALING_MODE", -22,
+         "nativeSetScalingMode: Unable to set surface scaling mode, error", "", false},
+        {call(&S::nativeSetNextTimestamp, jlong{1}), "window.perform.SET_BUFFERS_TIMESTAMP", -19,
+         "nativeSetNextTimestamp: Unable to set surface timestamp, error", ""},
+        {call(&S::nativeSetDataSpaceToSurface, 0x8C20000), "window.perform.SET_BUFFERS_DATASPACE",
+         -19,
          "nativeSetDataSpaceToSurface: Error while setting dataspace(146931712/0x8c20000) to "
-         "surface",
-         ".", nullptr},
+         "surface"},
+        {call(&S::nativeDetectSurfaceDimens, dimens), "window.query.WIDTH", -19,
+         "nativeDetectSurfaceDimens: Error while querying surface width"},
+        {call(&S::nativeDetectSurfaceDimens, dimens), "window.query.HEIGHT", -19,
+         "nativeDetectSurfaceDimens: Error while querying surface height"},
+        {call(&S::nativeDetectSurfaceType), "window.query.FORMAT", -19,
+         "nativeDetectSurfaceType: Error while querying surface pixel format"},
+        {call(&S::nativeDetectSurfaceDataspace), "window.query.DEFAULT_DATASPACE", -19,
+         "nativeDetectSurfaceDataspace: Error while querying surface dataspace "},
+        {call(&S::nativeDetectSurfaceUsageFlags), "window.perform.GET_CONSUMER_USAGE64", -19,
+         "nativeDetectSurfaceUsageFlags: Error while getting consumer usage "},
     };
     ASSERT_EQ(util()->nativeSetSurfaceOrientation(env, ts.javaSurface, 1, 180), 0);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line);
         host::resetFaultsAndCalls();
-        if (c.fault != nullptr) host::injectFault(c.fault, c.status);
-        EXPECT_EQ(c.call(env, ts.javaSurface), c.status);
+        if (c.armed) host::injectFault(c.request, c.status);
+        EXPECT_EQ(c.call(), c.status);
+        expectNoPendingException(env);
         EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, withError(c.line, c.status, c.end)));
-        if (c.notCalled != nullptr) {
-            EXPECT_EQ(host::callCount(c.notCalled), 0u);
-        }
+        EXPECT_EQ(host::recordedCalls().back(), c.request);
     }
+    EXPECT_EQ(contents(dimens), (std::vector<jint>{1, 2}));
     // The refused orientation left the transform set before it: back at 180 is ROT_180 (3).
     EXPECT_EQ(fullTransform(nextFrame()), 3u | 8u);
 }
@@ -159,7 +176,7 @@ TEST_F(SurfaceGeometryTest, SetterFailuresReturnTheWindowsCodeWithTheirLine) {
 // The platform's transform for the facing, orientation and mirror mode (every combination is
 // checked against CameraUtils in the host's camera tests), with the inverse-display bit (8) that
 // the library always asks for. The orientation setter is the mirror setter with mode 0 (auto).
-TEST_F(SurfaceGeometryTest, TransformsOfFacingOrientationAndMirrorMode) {
+TEST_F(SurfaceConfigurationTest, TransformsOfFacingOrientationAndMirrorMode) {
     const struct {
         int facing, orientation, mode;
         uint32_t transform;
@@ -188,7 +205,7 @@ TEST_F(SurfaceGeometryTest, TransformsOfFacingOrientationAndMirrorMode) {
     }
 }
 
-TEST_F(SurfaceGeometryTest, DimensionsScalingTimestampAndDataSpaceReachTheQueuedBuffer) {
+TEST_F(SurfaceConfigurationTest, DimensionsScalingTimestampAndDataSpaceReachTheQueuedBuffer) {
     EXPECT_EQ(util()->nativeSetSurfaceDimens(env, ts.javaSurface, 96, 40), 0);
     EXPECT_EQ(util()->nativeSetScalingMode(env, ts.javaSurface,
                                            NATIVE_WINDOW_SCALING_MODE_SCALE_CROP),
@@ -209,6 +226,48 @@ TEST_F(SurfaceGeometryTest, DimensionsScalingTimestampAndDataSpaceReachTheQueued
     item = nextFrame();
     EXPECT_EQ(static_cast<int>(item.mDataSpace), -1);
     EXPECT_EQ(item.mGraphicBuffer->getWidth(), 10u);
+}
+
+// The array is checked before the Surface is looked up: no exception with a null Surface.
+TEST_F(SurfaceConfigurationTest, DimensArgumentIsCheckedBeforeTheSurface) {
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, intArray({5})), -22);
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, nullptr), -22);
+    expectNoPendingException(env);
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
+              (std::vector<std::string>{
+                      "nativeDetectSurfaceDimens: Invalid length of dimens argument in "
+                      "nativeDetectSurfaceDimens",
+                      "nativeDetectSurfaceDimens: Null dimens argument passed to "
+                      "nativeDetectSurfaceDimens"}));
+}
+
+// The dimensions fill the first two elements of the array.
+TEST_F(SurfaceConfigurationTest, ValuesOfTheConsumerAreReturned) {
+    setLogLevel("V");
+    TestSurfaceConfig config;
+    config.width = 320;
+    config.height = 240;
+    config.format = HAL_PIXEL_FORMAT_YCrCb_420_SP;
+    config.dataspace = HAL_DATASPACE_V0_JFIF;
+    config.consumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | (uint64_t{1} << 40);
+    TestSurface ts = makeTestSurface(env, config);
+    jintArray dimens = intArray({-1, -1, 77});
+    host::resetFaultsAndCalls();
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, ts.javaSurface, dimens), 0);
+    EXPECT_EQ(contents(dimens), (std::vector<jint>{320, 240, 77}));
+    EXPECT_EQ(host::recordedCalls(),
+              (std::vector<std::string>{"jni.android_view_Surface_getNativeWindow",
+                                        "window.query.WIDTH", "window.query.HEIGHT"}));
+    EXPECT_EQ(util()->nativeDetectSurfaceType(env, ts.javaSurface), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    EXPECT_EQ(util()->nativeDetectSurfaceDataspace(env, ts.javaSurface), HAL_DATASPACE_V0_JFIF);
+    // Bits above 31 come back intact.
+    uint64_t usage = util()->nativeDetectSurfaceUsageFlags(env, ts.javaSurface);
+    EXPECT_EQ(usage & config.consumerUsage, config.consumerUsage);
+    expectNoPendingException(env);
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE),
+              (std::vector<std::string>{"nativeGetSurfaceDimens", "nativeDetectSurfaceType",
+                                        "nativeDetectSurfaceDataspace",
+                                        "nativeDetectSurfaceUsageFlags"}));
 }
 
 }  // namespace
