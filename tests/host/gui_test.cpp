@@ -484,8 +484,8 @@ TEST_F(SurfaceTest, QueriesPerformAndConnectAnswerFromTheSurfaceOrTheQueue) {
 }
 
 // What the library's setters put on each buffer (size, format, transform, scaling mode, explicit
-// timestamp, data space) is pinned by SurfaceGeometryTest; here the 64-bit usage joined with the
-// consumer's, the crop, the API, the life of the timestamp and the user dimensions.
+// timestamp, data space) is pinned by SurfaceConfigurationTest; here the 64-bit usage joined with
+// the consumer's, the crop, the API, the life of the timestamp and the user dimensions.
 TEST_F(SurfaceTest, ProducerSettingsShapeAndTravelWithEachBuffer) {
     connect();
     const uint64_t usage = GRALLOC_USAGE_SW_WRITE_OFTEN | (uint64_t{1} << 33);
