@@ -1,11 +1,8 @@
-// libui on the host: the gralloc's per-format layouts in every device profile, the buffer handle,
-// shared memory and guard pages; GraphicBuffer CPU access (gralloc 4 rules), injected faults,
-// fences, reallocation and the AHardwareBuffer view; the gralloc 4 mapper's plane layouts and
-// their override.
+// libui on the host: gralloc layouts per profile, handles, memory, guard pages; GraphicBuffer locks
+// (gralloc 4 rules), faults, fences, reallocation, AHardwareBuffer; the mapper's plane layouts.
 
 #include <android/hardware_buffer.h>
 #include <android/log.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <hardware/gralloc_qcom.h>
 #include <hostcontrol/FaultInjection.h>
@@ -19,8 +16,10 @@
 #include <unistd.h>
 #include <utils/Timers.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <thread>
 #include <vector>
 
@@ -29,7 +28,7 @@
 namespace {
 
 using aidl::android::hardware::graphics::common::PlaneLayoutComponent;
-using aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
+using Type = aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
 using android::BAD_VALUE;
 using android::Fence;
 using android::GraphicBuffer;
@@ -40,22 +39,21 @@ using android::OK;
 using android::Rect;
 using android::sp;
 using android::ui::PlaneLayout;
+using host::planeLayoutComponent;
 using hosttest::alignTo;
 using hosttest::ScopedProfile;
+using Components = std::vector<PlaneLayoutComponent>;
 
 constexpr uint64_t kRead = GRALLOC_USAGE_SW_READ_OFTEN, kWrite = GRALLOC_USAGE_SW_WRITE_OFTEN;
 constexpr uint64_t kCpuUsage = kRead | kWrite;
 
 // The mapper's error lines for unlocks of buffers that were not locked.
 size_t mapperUnlockErrors() {
-    size_t count = 0;
-    for (const host::LogLine& line : host::capturedLogs()) {
-        if (line.tag == "Gralloc4" && line.priority == ANDROID_LOG_ERROR &&
-            line.text.find(") failed with 2") != std::string::npos) {
-            ++count;
-        }
-    }
-    return count;
+    const std::vector<host::LogLine> lines = host::capturedLogs();
+    return std::count_if(lines.begin(), lines.end(), [](const host::LogLine& line) {
+        return line.tag == "Gralloc4" && line.priority == ANDROID_LOG_ERROR &&
+               line.text.find(") failed with 2") != std::string::npos;
+    });
 }
 
 // What lockYCbCr describes: 8-bit Y, Cb and Cr; Y alone; nothing (the lock stays, without
@@ -71,103 +69,81 @@ struct Expected {
     uint32_t cStride = 0, step = 0, chromaRows = 0;
 };
 
+// A YUV layout: no bytes per pixel nor per stride from lock.
+Expected yuv(uint32_t stride, Ycbcr ycbcr, size_t cb, size_t cr, uint32_t cStride, uint32_t step,
+             uint32_t chromaRows) {
+    return Expected{stride, -1, -1, ycbcr, cb, cr, cStride, step, chromaRows};
+}
+
 Expected expectedLayout(int32_t format, uint32_t w, uint32_t h, bool padded, bool nv12) {
-    Expected e;
     // One plane of `bytes`-byte samples; phones pad rows to 64 pixels.
     auto singlePlane = [&](int32_t bytes, uint32_t align, Ycbcr ycbcr = Ycbcr::kNone) {
-        e.stride = alignTo(w, padded ? 64 : align);
-        e.bytesPerPixel = bytes;
-        e.bytesPerStride = static_cast<int32_t>(e.stride) * bytes;
-        e.ycbcr = ycbcr;
+        const uint32_t stride = alignTo(w, padded ? 64 : align);
+        return Expected{stride, bytes, static_cast<int32_t>(stride) * bytes, ycbcr};
     };
+    // Interleaved chroma right after `lumaRows` rows, the first of each pair at its start.
     auto semiPlanar = [&](uint32_t stride, uint32_t lumaRows, bool cbFirst) {
-        e.stride = stride;
-        e.ycbcr = Ycbcr::kPlanes;
-        const size_t chroma = static_cast<size_t>(stride) * lumaRows;
-        e.cb = cbFirst ? chroma : chroma + 1;
-        e.cr = cbFirst ? chroma + 1 : chroma;
-        e.cStride = stride;
-        e.step = 2;
-        e.chromaRows = (h + 1) / 2;
+        const size_t chroma = size_t{stride} * lumaRows;
+        return yuv(stride, Ycbcr::kPlanes, chroma + !cbFirst, chroma + cbFirst, stride, 2,
+                   (h + 1) / 2);
     };
+    const uint32_t evenOr64 = padded ? alignTo(w, 64) : alignTo(w, 2);
     switch (format) {
         case HAL_PIXEL_FORMAT_RGBA_8888:
         case HAL_PIXEL_FORMAT_RGBX_8888:
         case HAL_PIXEL_FORMAT_BGRA_8888:
         case HAL_PIXEL_FORMAT_RGBA_1010102:
-            singlePlane(4, 1);
-            break;
+            return singlePlane(4, 1);
         case HAL_PIXEL_FORMAT_RGBA_FP16:
-            singlePlane(8, 1);
-            break;
+            return singlePlane(8, 1);
         case HAL_PIXEL_FORMAT_RGB_888:
-            singlePlane(3, 1);
-            break;
+            return singlePlane(3, 1);
         case HAL_PIXEL_FORMAT_RGB_565:
         case HAL_PIXEL_FORMAT_RAW_OPAQUE:
-            singlePlane(2, 1);
-            break;
+            return singlePlane(2, 1);
         case HAL_PIXEL_FORMAT_RAW16:
-            singlePlane(2, 16);
-            break;
+            return singlePlane(2, 16);
         case HAL_PIXEL_FORMAT_Y16:
-            singlePlane(2, 16, Ycbcr::kRefused);
-            break;
+            return singlePlane(2, 16, Ycbcr::kRefused);
         case HAL_PIXEL_FORMAT_Y8:
-            singlePlane(1, 16, Ycbcr::kLumaOnly);
-            break;
+            return singlePlane(1, 16, Ycbcr::kLumaOnly);
         case HAL_PIXEL_FORMAT_RAW10:
         case HAL_PIXEL_FORMAT_RAW12: {
             // Four pixels in five bytes, or two in three: no bytes per pixel.
             const uint32_t row =
                     format == HAL_PIXEL_FORMAT_RAW10 ? (w + 3) / 4 * 5 : (w + 1) / 2 * 3;
-            e.stride = padded ? alignTo(row, 64) : row;
-            e.bytesPerStride = static_cast<int32_t>(e.stride);
-            break;
+            const uint32_t stride = padded ? alignTo(row, 64) : row;
+            return Expected{stride, -1, static_cast<int32_t>(stride)};
         }
         case HAL_PIXEL_FORMAT_BLOB:
-            e.stride = w;
-            e.bytesPerPixel = 1;
-            e.bytesPerStride = static_cast<int32_t>(w);
-            break;
+            return Expected{w, 1, static_cast<int32_t>(w)};
         case HAL_PIXEL_FORMAT_YCrCb_420_SP:
         case PIXEL_FORMAT_YCrCb_420_SP_M:
-            // Chroma right after the luma rows, Cr first.
-            semiPlanar(padded ? alignTo(w, 64) : alignTo(w, 2), h, false);
-            break;
+            return semiPlanar(evenOr64, h, false);
         case HAL_PIXEL_FORMAT_YCbCr_420_888:
         case HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED:
-            semiPlanar(padded ? alignTo(w, 64) : alignTo(w, 2), padded ? alignTo(h, 64) : h, nv12);
-            break;
+            return semiPlanar(evenOr64, padded ? alignTo(h, 64) : h, nv12);
         case HAL_PIXEL_FORMAT_YCBCR_P010:
-        case HAL_PIXEL_FORMAT_YCbCr_420_SP_16BIT:
+        case HAL_PIXEL_FORMAT_YCbCr_420_SP_16BIT: {
             // 16-bit samples, Cb first: lockYCbCr refuses them; the mapper's planes (in bytes).
-            e.stride = padded ? alignTo(w, 64) : alignTo(w, 2);
-            e.ycbcr = Ycbcr::kRefused;
-            e.cStride = e.stride * 2;
-            e.cb = static_cast<size_t>(e.cStride) * (padded ? alignTo(h, 16) : h);
-            e.chromaRows = (h + 1) / 2;
-            break;
-        case HAL_PIXEL_FORMAT_YV12:
-            e.stride = alignTo(w, padded ? 64 : 16);
-            e.ycbcr = Ycbcr::kPlanes;
-            e.cStride = alignTo(e.stride / 2, 16);
-            e.cr = static_cast<size_t>(e.stride) * h;
-            e.cb = e.cr + static_cast<size_t>(e.cStride) * (h / 2);
-            e.step = 1;
-            e.chromaRows = h / 2;  // Android's YV12 has even heights
-            break;
+            const size_t cb = size_t{evenOr64} * 2 * (padded ? alignTo(h, 16) : h);
+            return yuv(evenOr64, Ycbcr::kRefused, cb, cb + 2, evenOr64 * 2, 4, (h + 1) / 2);
+        }
+        case HAL_PIXEL_FORMAT_YV12: {
+            // Cr plane, then Cb; Android's YV12 has even heights.
+            const uint32_t stride = alignTo(w, padded ? 64 : 16), cStride = alignTo(stride / 2, 16);
+            const size_t cr = size_t{stride} * h;
+            return yuv(stride, Ycbcr::kPlanes, cr + size_t{cStride} * (h / 2), cr, cStride, 1,
+                       h / 2);
+        }
         case HAL_PIXEL_FORMAT_YCrCb_420_SP_VENUS:
         case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS:
-            semiPlanar(alignTo(w, 128), alignTo(h, 32),
-                       format == HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS);
-            break;
+            return semiPlanar(alignTo(w, 128), alignTo(h, 32),
+                              format == HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS);
         case HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC:
-            e.stride = alignTo(w, 128);
-            e.ycbcr = Ycbcr::kRefused;
-            break;
+            return Expected{alignTo(w, 128), -1, -1, Ycbcr::kRefused};
     }
-    return e;
+    return Expected{};  // no rules: the test stops at the stride
 }
 
 // Whether the process may read the byte at p: a pipe write copies from it or fails with EFAULT.
@@ -180,11 +156,9 @@ bool readable(const uint8_t* p) {
     return ok;
 }
 
-// The address of a component's first sample by the mapper's layouts, and its plane; null when
-// no plane has the component.
-const uint8_t* componentAddress(const std::vector<PlaneLayout>& layouts,
-                                PlaneLayoutComponentType type, const uint8_t* base,
-                                const PlaneLayout** plane) {
+// The address of a component's first sample by the mapper's layouts (null if none), and its plane.
+const uint8_t* componentAddress(const std::vector<PlaneLayout>& layouts, Type type,
+                                const uint8_t* base, const PlaneLayout** plane) {
     for (const PlaneLayout& layout : layouts) {
         for (const PlaneLayoutComponent& c : layout.components) {
             if (c.type.value != static_cast<int64_t>(type)) continue;
@@ -197,16 +171,21 @@ const uint8_t* componentAddress(const std::vector<PlaneLayout>& layouts,
 }
 
 // For every format, size and device profile: the stride, the guard page, what lock reports, the
-// size of single-plane buffers, what lockYCbCr describes, and the gralloc 4 mapper's planes,
-// which describe the same memory and lie inside the allocation.
+// size of single-plane buffers, what lockYCbCr describes, the mapper's planes (the same memory,
+// inside the allocation). All is fixed at allocation: checked under the opposite profile.
 TEST(HostGralloc, LayoutsFollowEachFormatsRulesInEveryProfile) {
     ASSERT_TRUE(host::grallocGuardMode());  // the test suites run in guard mode
     host::setLogEcho(false);
     const std::pair<uint32_t, uint32_t> sizes[] = {
             {640, 480}, {100, 30}, {1000, 750}, {33, 17}, {2, 2}};
-    for (const host::DeviceProfile& profile : host::deviceProfiles()) {
+    const std::vector<host::DeviceProfile> profiles = host::deviceProfiles();
+    for (const host::DeviceProfile& profile : profiles) {
+        const auto other = std::find_if(profiles.begin(), profiles.end(), [&](const auto& p) {
+            return p.paddedLayouts != profile.paddedLayouts &&
+                   p.flexYuvIsNv12 != profile.flexYuvIsNv12;
+        });
+        ASSERT_NE(profiles.end(), other);
         ScopedProfile scoped(profile.name);
-        ASSERT_TRUE(scoped.ok);
         for (int32_t format : host::grallocFormats()) {
             for (auto [w, h] : sizes) {
                 if (format == HAL_PIXEL_FORMAT_BLOB) h = 1;
@@ -216,6 +195,7 @@ TEST(HostGralloc, LayoutsFollowEachFormatsRulesInEveryProfile) {
                         expectedLayout(format, w, h, profile.paddedLayouts, profile.flexYuvIsNv12);
                 sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, format, 1, kCpuUsage);
                 ASSERT_EQ(OK, buffer->initCheck());
+                ScopedProfile checkedUnder(other->name);
                 ASSERT_NE(0u, e.stride) << "a format without rules here";
                 EXPECT_EQ(e.stride, buffer->getStride());
                 host::GrallocLayout layout;
@@ -227,7 +207,6 @@ TEST(HostGralloc, LayoutsFollowEachFormatsRulesInEveryProfile) {
                 void* base = nullptr;
                 int32_t bytesPerPixel = 0, bytesPerStride = 0;
                 ASSERT_EQ(OK, buffer->lock(kWrite, &base, &bytesPerPixel, &bytesPerStride));
-                ASSERT_NE(nullptr, base);
                 ASSERT_EQ(OK, buffer->unlock());
                 // Guard mode: an inaccessible page right after the buffer's last byte.
                 auto* y = static_cast<uint8_t*>(base);
@@ -264,39 +243,29 @@ TEST(HostGralloc, LayoutsFollowEachFormatsRulesInEveryProfile) {
                               layout.size);
                     EXPECT_GE(l.totalSizeInBytes, l.strideInBytes * l.heightInSamples);
                 }
-                using Type = PlaneLayoutComponentType;
-                if (planes) {
+                const bool p010 = format == HAL_PIXEL_FORMAT_YCBCR_P010;
+                if (planes || p010) {
                     const PlaneLayout *yPlane = nullptr, *cbPlane = nullptr, *crPlane = nullptr;
                     EXPECT_EQ(y, componentAddress(planeLayouts, Type::Y, y, &yPlane));
                     EXPECT_EQ(y + e.cb, componentAddress(planeLayouts, Type::CB, y, &cbPlane));
                     EXPECT_EQ(y + e.cr, componentAddress(planeLayouts, Type::CR, y, &crPlane));
                     ASSERT_TRUE(yPlane && cbPlane && crPlane);
-                    EXPECT_EQ(e.stride, yPlane->strideInBytes);
+                    EXPECT_EQ(p010 ? 16 : 8, yPlane->sampleIncrementInBits);
+                    EXPECT_EQ(p010 ? e.cStride : e.stride, yPlane->strideInBytes);
                     EXPECT_EQ(e.cStride, cbPlane->strideInBytes);
                     EXPECT_EQ(e.cStride, crPlane->strideInBytes);
                     EXPECT_EQ(8 * e.step, cbPlane->sampleIncrementInBits);
                     EXPECT_EQ(2, cbPlane->horizontalSubsampling);
                     EXPECT_EQ((w + 1) / 2, cbPlane->widthInSamples);
                     EXPECT_EQ(e.chromaRows, cbPlane->heightInSamples);
-                } else if (format == HAL_PIXEL_FORMAT_YCBCR_P010) {
-                    // 10-bit samples in the high bits of 16-bit words.
-                    using host::planeLayoutComponent;
-                    ASSERT_EQ(2u, planeLayouts.size());
-                    const PlaneLayout &luma = planeLayouts[0], &chroma = planeLayouts[1];
-                    EXPECT_EQ(
-                            std::vector<PlaneLayoutComponent>{planeLayoutComponent(Type::Y, 6, 10)},
-                            luma.components);
-                    EXPECT_EQ((std::vector<PlaneLayoutComponent>{
-                                      planeLayoutComponent(Type::CB, 6, 10),
-                                      planeLayoutComponent(Type::CR, 22, 10)}),
-                              chroma.components);
-                    EXPECT_EQ(16, luma.sampleIncrementInBits);
-                    EXPECT_EQ(32, chroma.sampleIncrementInBits);
-                    EXPECT_EQ(0, luma.offsetInBytes);
-                    EXPECT_EQ(e.cb, static_cast<size_t>(chroma.offsetInBytes));
-                    EXPECT_EQ(e.cStride, luma.strideInBytes);
-                    EXPECT_EQ(e.cStride, chroma.strideInBytes);
-                    EXPECT_EQ(e.chromaRows, chroma.heightInSamples);
+                    if (p010) {  // 10-bit samples in the high bits of 16-bit words
+                        ASSERT_EQ(2u, planeLayouts.size());
+                        EXPECT_EQ(Components{planeLayoutComponent(Type::Y, 6, 10)},
+                                  yPlane->components);
+                        EXPECT_EQ((Components{planeLayoutComponent(Type::CB, 6, 10),
+                                              planeLayoutComponent(Type::CR, 22, 10)}),
+                                  cbPlane->components);
+                    }
                 } else if (e.bytesPerStride > 0) {
                     ASSERT_EQ(1u, planeLayouts.size());
                     EXPECT_EQ(0, planeLayouts[0].offsetInBytes);
@@ -311,21 +280,6 @@ TEST(HostGralloc, LayoutsFollowEachFormatsRulesInEveryProfile) {
     }
 }
 
-TEST(HostGralloc, LayoutIsFixedWhenTheBufferIsAllocated) {
-    ScopedProfile packed("packed-nv21");
-    sp<GraphicBuffer> buffer =
-            new GraphicBuffer(100, 10, HAL_PIXEL_FORMAT_YCbCr_420_888, 1, kCpuUsage);
-    ASSERT_TRUE(host::selectDeviceProfile("phone-qcom"));
-
-    EXPECT_EQ(100u, buffer->getStride());
-    android_ycbcr ycbcr{};
-    ASSERT_EQ(OK, buffer->lockYCbCr(kRead, &ycbcr));
-    // Still NV21 order and packed, as when it was allocated.
-    EXPECT_EQ(static_cast<uint8_t*>(ycbcr.y) + 1000, ycbcr.cr);
-    EXPECT_EQ(static_cast<uint8_t*>(ycbcr.cr) + 1, ycbcr.cb);
-    EXPECT_EQ(OK, buffer->unlock());
-}
-
 TEST(HostGralloc, RefusesSizesAndFormatsItCannotAllocate) {
     auto allocationStatus = [](uint32_t w, uint32_t h, int32_t format) {
         sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, format, 1, kCpuUsage);
@@ -337,14 +291,10 @@ TEST(HostGralloc, RefusesSizesAndFormatsItCannotAllocate) {
     EXPECT_EQ(BAD_VALUE, allocationStatus(10, 10, 0x999));
     EXPECT_EQ(BAD_VALUE, allocationStatus(70000, 70000, HAL_PIXEL_FORMAT_RGBA_8888));
     EXPECT_EQ(BAD_VALUE, allocationStatus(1008, 2, HAL_PIXEL_FORMAT_BLOB));  // height 1
-    EXPECT_EQ(OK, allocationStatus(10, 10, HAL_PIXEL_FORMAT_YCBCR_P010));
 
     host::resetFaultsAndCalls();
     host::injectFault("buffer.allocate", NO_MEMORY);
-    sp<GraphicBuffer> failed = new GraphicBuffer(16, 16, HAL_PIXEL_FORMAT_RGBA_8888, 1, kCpuUsage);
-    EXPECT_EQ(NO_MEMORY, failed->initCheck());
-    EXPECT_EQ(nullptr, failed->handle);
-    EXPECT_EQ(0u, failed->getFdCount());
+    EXPECT_EQ(NO_MEMORY, allocationStatus(16, 16, HAL_PIXEL_FORMAT_RGBA_8888));
     EXPECT_EQ(OK, allocationStatus(16, 16, HAL_PIXEL_FORMAT_RGBA_8888));
     EXPECT_EQ(0u, host::callCount("buffer.allocate"));  // not a call of its own
 }
@@ -354,22 +304,19 @@ TEST(HostGralloc, HandleCarriesASealedMemfdThatClonesShare) {
     ScopedProfile phone("phone-nv21");
     const uint32_t w = 100, h = 10;
     sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1, kCpuUsage);
-    ASSERT_EQ(128u, buffer->getStride());
     ASSERT_EQ(1, buffer->handle->numFds);
     EXPECT_EQ(1u, buffer->getFdCount());
     const int fd = buffer->handle->data[0];
-    char path[128] = {};
-    ASSERT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof(path) - 1), 0);
-    EXPECT_EQ(0, strncmp(path, "/memfd:gralloc-", 15)) << path;
-    // Sealed at its size: it can neither shrink nor grow. In guard mode the buffer ends where
-    // the file's last page does.
+    const std::string path = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd));
+    EXPECT_EQ(0u, path.rfind("/memfd:gralloc-", 0)) << path;
+    // Sealed at its size; in guard mode the buffer ends where the file's last page does.
     EXPECT_NE(0, ftruncate(fd, 1));
     EXPECT_EQ(4096, lseek(fd, 0, SEEK_END));
 
     auto cloneOf = [&](const native_handle_t* handle, uint32_t cloneW) {
         return sp<GraphicBuffer>(new GraphicBuffer(handle, GraphicBuffer::CLONE_HANDLE, cloneW, h,
                                                    HAL_PIXEL_FORMAT_YCrCb_420_SP, 1, kCpuUsage,
-                                                   128));
+                                                   buffer->getStride()));
     };
     sp<GraphicBuffer> clone = cloneOf(buffer->handle, w);
     ASSERT_EQ(OK, clone->initCheck());
@@ -409,14 +356,11 @@ TEST(HostGralloc, HandleCarriesASealedMemfdThatClonesShare) {
     sp<GraphicBuffer> mismatched = cloneOf(buffer->handle, 96);
     EXPECT_EQ(BAD_VALUE, mismatched->initCheck());
     EXPECT_EQ(nullptr, mismatched->handle);
-    int pipeFds[2];
-    ASSERT_EQ(0, pipe(pipeFds));
     native_handle_t* foreign = native_handle_create(1, 2);
-    foreign->data[0] = pipeFds[0];
+    foreign->data[0] = dup(STDERR_FILENO);
     EXPECT_EQ(BAD_VALUE, cloneOf(foreign, w)->initCheck());
     native_handle_close(foreign);
     native_handle_delete(foreign);
-    close(pipeFds[1]);
 }
 
 class GraphicBufferTest : public ::testing::Test {
@@ -427,8 +371,9 @@ protected:
     }
     void TearDown() override { host::resetFaultsAndCalls(); }
 
-    static sp<GraphicBuffer> make(int32_t format, uint32_t w = 64, uint32_t h = 16) {
-        sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, format, 1, kCpuUsage);
+    static sp<GraphicBuffer> make(int32_t format, uint64_t usage = kCpuUsage, uint32_t w = 64,
+                                  uint32_t h = 16) {
+        sp<GraphicBuffer> buffer = new GraphicBuffer(w, h, format, 1, usage);
         EXPECT_EQ(OK, buffer->initCheck());
         return buffer;
     }
@@ -452,9 +397,7 @@ TEST_F(GraphicBufferTest, CpuLocksMustFitTheAllocationUsage) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(::testing::Message() << std::hex << c.allocated << " locked " << c.locked);
-        sp<GraphicBuffer> buffer =
-                new GraphicBuffer(64, 16, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1, c.allocated);
-        ASSERT_EQ(OK, buffer->initCheck());
+        sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_YCrCb_420_SP, c.allocated);
         const int expected = c.allowed ? OK : BAD_VALUE;
         void* data = nullptr;
         android_ycbcr ycbcr{};
@@ -492,18 +435,11 @@ TEST_F(GraphicBufferTest, LockArgumentsAreRefusedAndUnlockingNothingOnlyLogs) {
     ASSERT_EQ(OK, buffer->lock(kRead, &data));
     EXPECT_EQ(OK, buffer->unlock());
     EXPECT_EQ(2u, mapperUnlockErrors());
-
-    // A buffer without memory cannot be locked.
-    sp<GraphicBuffer> empty = new GraphicBuffer();
-    EXPECT_EQ(OK, empty->initCheck());
-    EXPECT_EQ(BAD_VALUE, empty->lock(kRead, &data));
 }
 
-// Faults fail the named calls as many times as armed; null-address points are not calls of their
-// own in the record.
+// Faults fail the named calls; null-address points are not calls of their own in the record.
 TEST_F(GraphicBufferTest, InjectedFaultsFailTheNamedCallsAndAreRecordedInOrder) {
     sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_YCrCb_420_SP);
-    host::clearRecordedCalls();
     void* data = nullptr;
     android_ycbcr ycbcr{};
 
@@ -513,8 +449,7 @@ TEST_F(GraphicBufferTest, InjectedFaultsFailTheNamedCallsAndAreRecordedInOrder) 
     EXPECT_EQ(OK, buffer->unlock());
     EXPECT_EQ(1u, mapperUnlockErrors());  // the failed lock locked nothing
 
-    host::injectFault("buffer.lockYCbCr", NO_MEMORY, 2);
-    EXPECT_EQ(NO_MEMORY, buffer->lockYCbCr(kWrite, &ycbcr));
+    host::injectFault("buffer.lockYCbCr", NO_MEMORY);
     EXPECT_EQ(NO_MEMORY, buffer->lockYCbCr(kWrite, &ycbcr));
     EXPECT_EQ(OK, buffer->lockYCbCr(kWrite, &ycbcr));
 
@@ -543,12 +478,10 @@ TEST_F(GraphicBufferTest, InjectedFaultsFailTheNamedCallsAndAreRecordedInOrder) 
     EXPECT_NE(nullptr, ycbcr.cb);
     EXPECT_EQ(OK, buffer->unlock());
 
-    // The call record lists the calls, not the null-address points.
     const std::vector<std::string> expected = {
-            "buffer.lock",      "buffer.unlock",    "buffer.lockYCbCr", "buffer.lockYCbCr",
-            "buffer.lockYCbCr", "buffer.unlock",    "buffer.unlock",    "buffer.lock",
-            "buffer.unlock",    "buffer.lockYCbCr", "buffer.unlock",    "buffer.lockAsyncYCbCr",
-            "buffer.unlock"};
+            "buffer.lock",      "buffer.unlock", "buffer.lockYCbCr",      "buffer.lockYCbCr",
+            "buffer.unlock",    "buffer.unlock", "buffer.lock",           "buffer.unlock",
+            "buffer.lockYCbCr", "buffer.unlock", "buffer.lockAsyncYCbCr", "buffer.unlock"};
     EXPECT_EQ(expected, host::recordedCalls());
 }
 
@@ -603,8 +536,11 @@ TEST_F(GraphicBufferTest, ReallocateReplacesTheBufferOnlyWhenItMust) {
     constexpr int32_t kRgba = HAL_PIXEL_FORMAT_RGBA_8888;
     const uint64_t usage = kCpuUsage | GRALLOC_USAGE_HW_TEXTURE | GRALLOC_USAGE_HW_RENDER;
     sp<GraphicBuffer> buffer = new GraphicBuffer();
+    EXPECT_EQ(OK, buffer->initCheck());
     EXPECT_EQ(nullptr, buffer->handle);
     EXPECT_EQ(0u, buffer->getFdCount());
+    void* data = nullptr;
+    EXPECT_EQ(BAD_VALUE, buffer->lock(kRead, &data));  // no memory to lock
     ASSERT_EQ(OK, buffer->reallocate(640, 480, kVenus, 1, usage));
     EXPECT_EQ(OK, buffer->initCheck());
     ASSERT_NE(nullptr, buffer->handle);
@@ -639,7 +575,7 @@ TEST_F(GraphicBufferTest, ReallocateReplacesTheBufferOnlyWhenItMust) {
 }
 
 TEST_F(GraphicBufferTest, NativeAndHardwareBufferViewsLeadBackToTheSameObject) {
-    sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_RGB_565, 20, 10);
+    sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_RGB_565, kCpuUsage, 20, 10);
     ANativeWindowBuffer* native = buffer->getNativeBuffer();
     EXPECT_EQ(ANDROID_NATIVE_BUFFER_MAGIC, static_cast<unsigned>(native->common.magic));
     EXPECT_EQ(20, native->width);
@@ -677,26 +613,17 @@ protected:
     }
     void TearDown() override { host::clearPlaneLayoutOverride(); }
 
-    static std::vector<PlaneLayout> layoutsOf(const sp<GraphicBuffer>& buffer,
-                                              android::status_t expected = OK) {
+    static std::vector<PlaneLayout> layoutsOf(const sp<GraphicBuffer>& buffer) {
         std::vector<PlaneLayout> layouts;
-        EXPECT_EQ(GraphicBufferMapper::get().getPlaneLayouts(buffer->handle, &layouts), expected);
+        EXPECT_EQ(GraphicBufferMapper::get().getPlaneLayouts(buffer->handle, &layouts), OK);
         return layouts;
     }
 };
 
 TEST_F(MapperTest, ToStringIsTheGeneratedPrinterText) {
-    PlaneLayout layout;
-    layout.components = {host::planeLayoutComponent(PlaneLayoutComponentType::CB, 6, 10),
-                         host::planeLayoutComponent(PlaneLayoutComponentType::CR, 22, 10)};
-    layout.offsetInBytes = 7680;
-    layout.sampleIncrementInBits = 32;
-    layout.strideInBytes = 128;
-    layout.widthInSamples = 32;
-    layout.heightInSamples = -24;
-    layout.totalSizeInBytes = 3072;
-    layout.horizontalSubsampling = 2;
-    layout.verticalSubsampling = 2;
+    const Components chroma = {planeLayoutComponent(Type::CB, 6, 10),
+                               planeLayoutComponent(Type::CR, 22, 10)};
+    const PlaneLayout layout{chroma, 7680, 32, 128, 32, -24, 3072, 2, 2};
     EXPECT_EQ(layout.toString(),
               "PlaneLayout{components: [PlaneLayoutComponent{type: ExtendableType{name: "
               "android.hardware.graphics.common.PlaneLayoutComponentType, value: 2}, "
@@ -709,8 +636,8 @@ TEST_F(MapperTest, ToStringIsTheGeneratedPrinterText) {
               "PlaneLayout{components: [], offsetInBytes: 0, sampleIncrementInBits: 0, "
               "strideInBytes: 0, widthInSamples: 0, heightInSamples: 0, totalSizeInBytes: 0, "
               "horizontalSubsampling: 0, verticalSubsampling: 0}");
-    EXPECT_EQ(toString(PlaneLayoutComponentType::RAW), "RAW");
-    EXPECT_EQ(toString(static_cast<PlaneLayoutComponentType>(3)), "3");
+    EXPECT_EQ(toString(Type::RAW), "RAW");
+    EXPECT_EQ(toString(static_cast<Type>(3)), "3");
 }
 
 // Overrides see the host's answer and replace it; errors come from the override, the fault
@@ -729,8 +656,7 @@ TEST_F(MapperTest, OverridesAndErrorsReplaceTheAnswer) {
     std::vector<PlaneLayout> swapped = layoutsOf(buffer);
     EXPECT_EQ(seen, buffer->handle);
     ASSERT_EQ(swapped.size(), 2u);
-    EXPECT_EQ(swapped[1].components[0].type.value,
-              static_cast<int64_t>(PlaneLayoutComponentType::CR));
+    EXPECT_EQ(swapped[1].components[0].type.value, static_cast<int64_t>(Type::CR));
 
     host::setPlaneLayoutOverride(OK, {});
     EXPECT_TRUE(layoutsOf(buffer).empty());
