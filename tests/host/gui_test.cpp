@@ -1,8 +1,6 @@
-// libgui on the host. The buffer queue through its producer and consumer faces: slot states and
-// status codes, buffer counts, connection per API, abandonment, time-outs and the consumers.
-// android::Surface through its ANativeWindow entries, as the library drives it: queries, perform
-// requests, the values recorded with each queued buffer, buffer counts, fault points and the
-// call record, fences and descriptor and mapping hygiene.
+// libgui on the host: the buffer queue's producer and consumer faces (slots, codes, counts, APIs,
+// abandonment, time-outs, the consumers) and android::Surface as the library drives it (queries,
+// perform requests, what travels with each buffer, faults, call record, fences, leaks).
 
 #include <gtest/gtest.h>
 #include <gui/BufferItemConsumer.h>
@@ -51,10 +49,10 @@ protected:
         ASSERT_EQ(OK, mConsumer->consumerConnect(mListener, controlledByApp));
     }
 
-    void connectProducer(int api = NATIVE_WINDOW_API_CPU, bool controlledByApp = false,
-                         const sp<IProducerListener>& listener = nullptr) {
+    status_t connect(int api = NATIVE_WINDOW_API_CPU, bool controlledByApp = false,
+                     const sp<IProducerListener>& listener = nullptr) {
         IGraphicBufferProducer::QueueBufferOutput output;
-        ASSERT_EQ(OK, mProducer->connect(listener, api, controlledByApp, &output));
+        return mProducer->connect(listener, api, controlledByApp, &output);
     }
 
     // The status of a dequeue of the given size and format (zero: the consumer's defaults).
@@ -99,22 +97,19 @@ protected:
 };
 
 TEST_F(BufferQueueTest, ConnectionIsPerApiAndAnAbandonedQueueAnswersNoInit) {
-    IGraphicBufferProducer::QueueBufferOutput output;
-    // No consumer yet.
-    EXPECT_EQ(NO_INIT, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
+    EXPECT_EQ(NO_INIT, connect());  // no consumer yet
     connectConsumer();
-    EXPECT_EQ(BAD_VALUE, mProducer->connect(nullptr, 0, false, &output));
-    EXPECT_EQ(BAD_VALUE, mProducer->connect(nullptr, 5, false, &output));
+    for (int api : {0, 5}) EXPECT_EQ(BAD_VALUE, connect(api));
     EXPECT_EQ(BAD_VALUE, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, nullptr));
 
     EXPECT_EQ(NO_INIT, mProducer->disconnect(NATIVE_WINDOW_API_CAMERA));  // not connected
+    IGraphicBufferProducer::QueueBufferOutput output;
     ASSERT_EQ(OK, mProducer->connect(nullptr, NATIVE_WINDOW_API_CAMERA, false, &output));
     EXPECT_EQ(1u, output.width);
     EXPECT_EQ(1u, output.nextFrameNumber);
-    // Already connected, by any API.
-    EXPECT_EQ(BAD_VALUE, mProducer->connect(nullptr, NATIVE_WINDOW_API_CAMERA, false, &output));
-    EXPECT_EQ(BAD_VALUE, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
-    // Another API than the connected one.
+    // Connected: again by any API, or disconnecting another API than the connected one.
+    EXPECT_EQ(BAD_VALUE, connect(NATIVE_WINDOW_API_CAMERA));
+    EXPECT_EQ(BAD_VALUE, connect(NATIVE_WINDOW_API_CPU));
     EXPECT_EQ(BAD_VALUE, mProducer->disconnect(NATIVE_WINDOW_API_CPU));
     EXPECT_EQ(BAD_VALUE, mProducer->disconnect(7));
 
@@ -124,7 +119,7 @@ TEST_F(BufferQueueTest, ConnectionIsPerApiAndAnAbandonedQueueAnswersNoInit) {
     // Disconnecting freed the dequeued slot; nothing works until the next connect.
     EXPECT_EQ(NO_INIT, queue(slot));
     EXPECT_EQ(NO_INIT, tryDequeue());
-    ASSERT_EQ(OK, mProducer->connect(nullptr, NATIVE_WINDOW_API_EGL, false, &output));
+    ASSERT_EQ(OK, connect(NATIVE_WINDOW_API_EGL));
 
     // The consumer abandons the queue with a buffer dequeued.
     sp<GraphicBuffer> buffer, requested;
@@ -139,7 +134,7 @@ TEST_F(BufferQueueTest, ConnectionIsPerApiAndAnAbandonedQueueAnswersNoInit) {
     EXPECT_EQ(NO_INIT, mProducer->query(NATIVE_WINDOW_WIDTH, &value));
     EXPECT_EQ(NO_INIT, mProducer->setMaxDequeuedBufferCount(2));
     EXPECT_EQ(NO_INIT, mProducer->setAsyncMode(true));
-    EXPECT_EQ(NO_INIT, mProducer->connect(nullptr, NATIVE_WINDOW_API_CPU, false, &output));
+    EXPECT_EQ(NO_INIT, connect());
     EXPECT_EQ(NO_INIT, mConsumer->consumerConnect(mListener, false));
     // Disconnecting from an abandoned queue is a no-op.
     EXPECT_EQ(OK, mProducer->disconnect(NATIVE_WINDOW_API_EGL));
@@ -147,27 +142,40 @@ TEST_F(BufferQueueTest, ConnectionIsPerApiAndAnAbandonedQueueAnswersNoInit) {
     EXPECT_EQ(1, buffer->getStrongCount());
 }
 
-TEST_F(BufferQueueTest, SlotsMoveThroughDequeuedQueuedAcquiredAndFree) {
+// The consumer's settings shape the buffers; slots go dequeued, queued, acquired and free.
+TEST_F(BufferQueueTest, ConsumerSettingsShapeBuffersThatMoveThroughTheSlotStates) {
     connectConsumer();
-    ASSERT_EQ(OK, mConsumer->setDefaultBufferSize(64, 32));
-    ASSERT_EQ(OK, mConsumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_YCrCb_420_SP));
-    connectProducer();
+    EXPECT_EQ(BAD_VALUE, mConsumer->setDefaultBufferSize(0, 10));
+    ASSERT_EQ(OK, mConsumer->setDefaultBufferSize(320, 240));
+    ASSERT_EQ(OK, mConsumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_YCbCr_420_888));
+    ASSERT_EQ(OK, mConsumer->setDefaultBufferDataSpace(HAL_DATASPACE_V0_JFIF));
+    const uint64_t consumerUsage = GRALLOC_USAGE_HW_TEXTURE | (uint64_t{1} << 40);
+    ASSERT_EQ(OK, mConsumer->setConsumerUsageBits(consumerUsage));
+    ASSERT_EQ(OK, connect());
+    // The 64-bit usage: SurfaceTest.QueriesPerformAndConnectAnswerFromTheSurfaceOrTheQueue.
+    EXPECT_EQ(320, query(NATIVE_WINDOW_WIDTH));
+    EXPECT_EQ(HAL_PIXEL_FORMAT_YCbCr_420_888, query(NATIVE_WINDOW_FORMAT));
+    EXPECT_EQ(HAL_DATASPACE_V0_JFIF, query(NATIVE_WINDOW_DEFAULT_DATASPACE));
+    EXPECT_EQ(GRALLOC_USAGE_HW_TEXTURE, query(NATIVE_WINDOW_CONSUMER_USAGE_BITS));  // low 32 bits
+    int value = 0;
+    EXPECT_EQ(BAD_VALUE, mProducer->query(1000, &value));
+    EXPECT_EQ(BAD_VALUE, tryDequeue(nullptr, 10, 0));  // sizes are both zero or both set
 
     int slot = -1;
     sp<Fence> fence;
     ASSERT_EQ(IGraphicBufferProducer::BUFFER_NEEDS_REALLOCATION,
               tryDequeue(&slot, 0, 0, 0, &fence));
     ASSERT_NE(nullptr, fence);
-    // Not requested yet: the queue refuses it.
-    EXPECT_EQ(BAD_VALUE, queue(slot));
+    EXPECT_EQ(BAD_VALUE, queue(slot));  // not requested yet
     sp<GraphicBuffer> buffer;
     ASSERT_EQ(OK, mProducer->requestBuffer(slot, &buffer));
-    EXPECT_EQ(64u, buffer->getWidth());
-    EXPECT_EQ(HAL_PIXEL_FORMAT_YCrCb_420_SP, buffer->getPixelFormat());
+    EXPECT_EQ(Rect(320, 240), buffer->getBounds());
+    EXPECT_EQ(HAL_PIXEL_FORMAT_YCbCr_420_888, buffer->getPixelFormat());
+    EXPECT_EQ(kCpuUsage | consumerUsage, buffer->getUsage());
 
     EXPECT_EQ(BAD_VALUE, queue(slot + 1));  // a slot the producer does not own
     EXPECT_EQ(BAD_VALUE, queue(-1));
-    EXPECT_EQ(BAD_VALUE, queue(slot, 1, Rect(0, 0, 65, 32)));  // crop outside the buffer
+    EXPECT_EQ(BAD_VALUE, queue(slot, 1, Rect(0, 0, 321, 240)));  // crop outside the buffer
     ASSERT_EQ(OK, queue(slot, 42));
     EXPECT_EQ(1, mListener->frames.load());
     EXPECT_EQ(BAD_VALUE, mProducer->cancelBuffer(slot, Fence::NO_FENCE));  // now queued
@@ -177,6 +185,7 @@ TEST_F(BufferQueueTest, SlotsMoveThroughDequeuedQueuedAcquiredAndFree) {
     EXPECT_EQ(slot, item.mSlot);
     EXPECT_EQ(1u, item.mFrameNumber);
     EXPECT_EQ(42, item.mTimestamp);
+    EXPECT_EQ(HAL_DATASPACE_V0_JFIF, item.mDataSpace);  // UNKNOWN takes the default
     EXPECT_EQ(buffer.get(), item.mGraphicBuffer.get());
     EXPECT_EQ(IGraphicBufferConsumer::NO_BUFFER_AVAILABLE, mConsumer->acquireBuffer(&item, 0));
 
@@ -186,8 +195,7 @@ TEST_F(BufferQueueTest, SlotsMoveThroughDequeuedQueuedAcquiredAndFree) {
     ASSERT_EQ(OK, mConsumer->releaseBuffer(slot, 1, Fence::NO_FENCE));
     EXPECT_EQ(BAD_VALUE, mConsumer->releaseBuffer(slot, 1, Fence::NO_FENCE));  // already free
 
-    // The same description reuses the buffer without reallocation; the consumer gets no
-    // buffer pointer for a slot it has seen.
+    // The same description reuses the buffer, which the consumer is not handed again.
     int again = -1;
     EXPECT_EQ(0, tryDequeue(&again));
     EXPECT_EQ(slot, again);
@@ -202,9 +210,8 @@ TEST_F(BufferQueueTest, SlotsMoveThroughDequeuedQueuedAcquiredAndFree) {
     EXPECT_EQ(OK, mProducer->cancelBuffer(again, Fence::NO_FENCE));
     EXPECT_EQ(BAD_VALUE, mProducer->cancelBuffer(again, Fence::NO_FENCE));
 
-    // Discarded buffers are allocated again (the RGBA one would otherwise be reused), and a
-    // failed allocation gives its slot back: with one buffer already queued, a slot kept
-    // dequeued would make the next dequeue exceed the maximum.
+    // Discarded buffers are allocated again (the RGBA one would be reused), and a failed
+    // allocation gives its slot back (kept, it would make the next dequeue exceed the maximum).
     ASSERT_EQ(OK, mConsumer->discardFreeBuffers());
     uint64_t released = 0;
     ASSERT_EQ(OK, mConsumer->getReleasedBuffers(&released));
@@ -225,7 +232,7 @@ TEST_F(BufferQueueTest, BufferCountsFollowAndroidsRules) {
     EXPECT_EQ(3, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
     ASSERT_EQ(OK, mProducer->setAsyncMode(false));
 
-    connectProducer();
+    ASSERT_EQ(OK, connect());
     EXPECT_EQ(INVALID_OPERATION, mConsumer->setMaxAcquiredBufferCount(3));  // connected
     EXPECT_EQ(BAD_VALUE, mProducer->setMaxDequeuedBufferCount(0));
     EXPECT_EQ(BAD_VALUE, mProducer->setMaxDequeuedBufferCount(63));  // 2 + 63 > 64 slots
@@ -261,7 +268,7 @@ TEST_F(BufferQueueTest, BufferCountsFollowAndroidsRules) {
 TEST_F(BufferQueueTest, DequeueWaitsForAReleaseTimesOutOrRefusesToBlock) {
     connectConsumer();
     sp<CountingProducerListener> producerListener = new CountingProducerListener();
-    connectProducer(NATIVE_WINDOW_API_CPU, false, producerListener);
+    ASSERT_EQ(OK, connect(NATIVE_WINDOW_API_CPU, false, producerListener));
     ASSERT_EQ(OK, mProducer->setMaxDequeuedBufferCount(2));  // three buffers
     const int first = dequeue();
     ASSERT_EQ(OK, queue(first));
@@ -291,41 +298,10 @@ TEST_F(BufferQueueTest, DequeueWaitsForAReleaseTimesOutOrRefusesToBlock) {
     // Producer and consumer both controlled by the app, no time-out: WOULD_BLOCK.
     BufferQueue::createBufferQueue(&mProducer, &mConsumer);
     connectConsumer(true);
-    connectProducer(NATIVE_WINDOW_API_CPU, true);
+    ASSERT_EQ(OK, connect(NATIVE_WINDOW_API_CPU, true));
     EXPECT_EQ(2, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));  // one more: dequeue cannot block
     for (int i = 0; i < 3; i++) dequeue();
     EXPECT_EQ(WOULD_BLOCK, tryDequeue());
-}
-
-TEST_F(BufferQueueTest, ConsumerSettingsShapeTheBuffers) {
-    connectConsumer();
-    EXPECT_EQ(BAD_VALUE, mConsumer->setDefaultBufferSize(0, 10));
-    ASSERT_EQ(OK, mConsumer->setDefaultBufferSize(320, 240));
-    ASSERT_EQ(OK, mConsumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_YCbCr_420_888));
-    ASSERT_EQ(OK, mConsumer->setDefaultBufferDataSpace(HAL_DATASPACE_V0_JFIF));
-    const uint64_t consumerUsage = GRALLOC_USAGE_HW_TEXTURE | (uint64_t{1} << 40);
-    ASSERT_EQ(OK, mConsumer->setConsumerUsageBits(consumerUsage));
-    connectProducer();
-
-    // The 64-bit usage: SurfaceTest.QueriesPerformAndConnectAnswerFromTheSurfaceOrTheQueue.
-    EXPECT_EQ(320, query(NATIVE_WINDOW_WIDTH));
-    EXPECT_EQ(HAL_PIXEL_FORMAT_YCbCr_420_888, query(NATIVE_WINDOW_FORMAT));
-    EXPECT_EQ(HAL_DATASPACE_V0_JFIF, query(NATIVE_WINDOW_DEFAULT_DATASPACE));
-    EXPECT_EQ(GRALLOC_USAGE_HW_TEXTURE, query(NATIVE_WINDOW_CONSUMER_USAGE_BITS));  // low 32 bits
-    int value = 0;
-    EXPECT_EQ(BAD_VALUE, mProducer->query(1000, &value));
-
-    sp<GraphicBuffer> buffer;
-    int slot = dequeue(&buffer);
-    EXPECT_EQ(320u, buffer->getWidth());
-    EXPECT_EQ(240u, buffer->getHeight());
-    EXPECT_EQ(kCpuUsage | consumerUsage, buffer->getUsage());
-    ASSERT_EQ(OK, queue(slot));
-    BufferItem item;
-    ASSERT_EQ(OK, mConsumer->acquireBuffer(&item, 0));
-    EXPECT_EQ(HAL_DATASPACE_V0_JFIF, item.mDataSpace);  // UNKNOWN takes the default
-
-    EXPECT_EQ(BAD_VALUE, tryDequeue(nullptr, 10, 0));  // sizes are both zero or both set
 }
 
 // The consumer classes on the queue of BufferQueueTest (whose listener stays unconnected).
@@ -348,7 +324,7 @@ TEST_F(ConsumerClassesTest, CpuConsumerLocksFrameAsFlexibleYuv) {
     sp<CpuConsumer> consumer = new CpuConsumer(mConsumer, 1);
     ASSERT_EQ(OK, consumer->setDefaultBufferSize(100, 10));
     ASSERT_EQ(OK, consumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_YCrCb_420_SP));
-    connectProducer();
+    ASSERT_EQ(OK, connect());
 
     std::vector<uint8_t> nv21(1500);
     for (size_t i = 0; i < nv21.size(); i++) nv21[i] = static_cast<uint8_t>(i % 251);
@@ -380,8 +356,7 @@ TEST_F(ConsumerClassesTest, BufferItemConsumerHandsOutItemsAndAbandonsOnDestruct
     sp<BufferItemConsumer> consumer =
             new BufferItemConsumer(mConsumer, GRALLOC_USAGE_SW_READ_OFTEN, 2);
     ASSERT_EQ(OK, consumer->setDefaultBufferSize(10, 10));  // room for the crop
-    connectProducer();
-    EXPECT_EQ(2, query(NATIVE_WINDOW_MIN_UNDEQUEUED_BUFFERS));
+    ASSERT_EQ(OK, connect());
     const sp<GraphicBuffer> firstBuffer = produce(1);
     produce(2);
     BufferItem first, second;
@@ -397,8 +372,7 @@ TEST_F(ConsumerClassesTest, BufferItemConsumerHandsOutItemsAndAbandonsOnDestruct
     EXPECT_EQ(firstBuffer.get(), first.mGraphicBuffer.get());
 
     consumer.clear();  // the last reference abandons the queue
-    int value = 0;
-    EXPECT_EQ(NO_INIT, mProducer->query(NATIVE_WINDOW_WIDTH, &value));
+    EXPECT_EQ(NO_INIT, tryDequeue());
 }
 
 class SurfaceTest : public ::testing::Test {
@@ -416,16 +390,10 @@ protected:
     void connect() { ASSERT_EQ(OK, native_window_api_connect(mWindow, NATIVE_WINDOW_API_CPU)); }
 
     // Dequeues one buffer, waiting for its fence.
-    ANativeWindowBuffer* dequeue() {
+    ANativeWindowBuffer* dequeue(status_t expected = OK) {
         ANativeWindowBuffer* anb = nullptr;
-        EXPECT_EQ(OK, native_window_dequeue_buffer_and_wait(mWindow, &anb));
+        EXPECT_EQ(expected, native_window_dequeue_buffer_and_wait(mWindow, &anb));
         return anb;
-    }
-
-    sp<GraphicBuffer> produceOne() {
-        ANativeWindowBuffer* anb = dequeue();
-        EXPECT_EQ(OK, mWindow->queueBuffer(mWindow, anb, -1));
-        return GraphicBuffer::from(anb);
     }
 
     BufferItem acquire() {
@@ -436,7 +404,7 @@ protected:
 
     // Produces one buffer, then acquires and releases it; returns what the consumer got.
     BufferItem cycle() {
-        produceOne();
+        EXPECT_EQ(OK, mWindow->queueBuffer(mWindow, dequeue(), -1));
         BufferItem item = acquire();
         EXPECT_EQ(OK, mConsumer->releaseBuffer(item));
         return item;
@@ -455,13 +423,10 @@ protected:
     ANativeWindow* mWindow = nullptr;
 };
 
-// Queries other than the Surface's own reach the queue unchanged (what the queue answers is
-// BufferQueueTest.ConsumerSettingsShapeTheBuffers'), as do connections (the queue's codes per API
-// are BufferQueueTest.ConnectionIsPerApiAndAnAbandonedQueueAnswersNoInit's).
+// Queries other than the Surface's own, and connections, reach the queue (BufferQueueTest's).
 TEST_F(SurfaceTest, QueriesPerformAndConnectAnswerFromTheSurfaceOrTheQueue) {
     const uint64_t usage = GRALLOC_USAGE_SW_READ_OFTEN | (uint64_t{1} << 40);
     ASSERT_EQ(OK, mConsumer->setConsumerUsageBits(usage));
-    EXPECT_EQ(48, query(NATIVE_WINDOW_HEIGHT));
     EXPECT_EQ(NATIVE_WINDOW_SURFACE, query(NATIVE_WINDOW_CONCRETE_TYPE));
     uint64_t consumerUsage = 0;
     ASSERT_EQ(OK, native_window_get_consumer_usage(mWindow, &consumerUsage));
@@ -483,9 +448,8 @@ TEST_F(SurfaceTest, QueriesPerformAndConnectAnswerFromTheSurfaceOrTheQueue) {
     EXPECT_EQ(HAL_PIXEL_FORMAT_RGBA_8888, query(NATIVE_WINDOW_FORMAT));
 }
 
-// What the library's setters put on each buffer (size, format, transform, scaling mode, explicit
-// timestamp, data space) is pinned by SurfaceConfigurationTest; here the 64-bit usage joined with
-// the consumer's, the crop, the API, the life of the timestamp and the user dimensions.
+// Size, format, transform, scaling mode, explicit timestamp and data space on each buffer are
+// SurfaceConfigurationTest's; here the usage, crop, API, timestamp's life and user dimensions.
 TEST_F(SurfaceTest, ProducerSettingsShapeAndTravelWithEachBuffer) {
     connect();
     const uint64_t usage = GRALLOC_USAGE_SW_WRITE_OFTEN | (uint64_t{1} << 33);
@@ -588,8 +552,7 @@ TEST_F(SurfaceTest, FailedOrAbandonedQueueLeavesACancelThatSucceeds) {
 
 TEST_F(SurfaceTest, BufferCountAndTheWaitForTheReleaseFence) {
     connect();
-    // The count less the minimum undequeued (2 here) is the maximum dequeued count: at least
-    // 1, and within the 64 slots.
+    // The count less the minimum undequeued (2) is the maximum dequeued: 1 to 64 less it.
     EXPECT_EQ(BAD_VALUE, native_window_set_buffer_count(mWindow, 2));
     EXPECT_EQ(BAD_VALUE, native_window_set_buffer_count(mWindow, 67));
     ASSERT_EQ(OK, native_window_set_buffer_count(mWindow, 4));
@@ -617,8 +580,7 @@ TEST_F(SurfaceTest, BufferCountAndTheWaitForTheReleaseFence) {
 
     // Two may be dequeued at once; once a buffer has been queued, a third is refused.
     dequeue();
-    ANativeWindowBuffer* extra = nullptr;
-    EXPECT_EQ(INVALID_OPERATION, native_window_dequeue_buffer_and_wait(mWindow, &extra));
+    dequeue(INVALID_OPERATION);
 }
 
 TEST_F(SurfaceTest, LastQueuedBufferComesWithItsFenceAndTransform) {
@@ -630,7 +592,7 @@ TEST_F(SurfaceTest, LastQueuedBufferComesWithItsFenceAndTransform) {
     EXPECT_EQ(nullptr, last);
     EXPECT_EQ(Fence::NO_FENCE, fence);
 
-    produceOne();
+    ASSERT_EQ(OK, mWindow->queueBuffer(mWindow, dequeue(), -1));
     ANativeWindowBuffer* latest = dequeue();
     int pipeFds[2];
     ASSERT_EQ(0, pipe(pipeFds));
@@ -646,8 +608,7 @@ TEST_F(SurfaceTest, LastQueuedBufferComesWithItsFenceAndTransform) {
     host::injectFault("surface.getLastQueuedBuffer", INVALID_OPERATION);
     EXPECT_EQ(INVALID_OPERATION, mSurface->getLastQueuedBuffer(&last, &fence, matrix));
 
-    // A second Surface on the same producer sees the same frame, until disconnecting frees
-    // the slots.
+    // A second Surface on the producer sees the same frame, until a disconnect frees the slots.
     sp<Surface> twin = new Surface(mSurface->getIGraphicBufferProducer());
     ASSERT_EQ(OK, twin->getLastQueuedBuffer(&last, &fence, matrix));
     EXPECT_EQ(GraphicBuffer::from(latest).get(), last.get());
@@ -656,8 +617,7 @@ TEST_F(SurfaceTest, LastQueuedBufferComesWithItsFenceAndTransform) {
     EXPECT_EQ(nullptr, last);
 }
 
-// Allocation, reuse, reallocation, locks, imports of the handle and freeing, thousands of
-// times over.
+// Allocation, reuse, reallocation, locks, imports of the handle and freeing, 2000 times over.
 TEST_F(SurfaceTest, ThousandsOfFramesLeakNoDescriptorOrMapping) {
     connect();
     const int fdsBefore = hosttest::openFdCount();
