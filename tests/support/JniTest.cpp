@@ -18,8 +18,10 @@ const std::string& startProfile() {
 }
 [[maybe_unused]] const std::string& gStartProfile = startProfile();
 
-std::string callStringMethod(JNIEnv* env, jobject object, const char* className, const char* method,
-                             bool* isNull) {
+// What the String method `method` of `className` returns for `object`: nullopt for null, and
+// "<method threw>" when it threw.
+std::optional<std::string> callStringMethod(JNIEnv* env, jobject object, const char* className,
+                                            const char* method) {
     jclass clazz = env->FindClass(className);
     jmethodID id = env->GetMethodID(clazz, method, "()Ljava/lang/String;");
     auto value = static_cast<jstring>(env->CallObjectMethod(object, id));
@@ -27,13 +29,11 @@ std::string callStringMethod(JNIEnv* env, jobject object, const char* className,
     env->DeleteLocalRef(clazz);
     if (threw) {
         env->ExceptionClear();
-        *isNull = true;
         return "<" + std::string(method) + " threw>";
     }
     std::optional<std::string> text = toStdString(env, value);
     env->DeleteLocalRef(value);
-    *isNull = !text.has_value();
-    return text.value_or("");
+    return text;
 }
 
 }  // namespace
@@ -42,16 +42,11 @@ std::optional<JavaException> takePendingException(JNIEnv* env) {
     jthrowable pending = env->ExceptionOccurred();
     if (pending == nullptr) return std::nullopt;
     env->ExceptionClear();
-
-    JavaException exception;
-    bool isNull = false;
     jclass exceptionClass = env->GetObjectClass(pending);
-    exception.className =
-            callStringMethod(env, exceptionClass, "java/lang/Class", "getName", &isNull);
+    JavaException exception{
+            callStringMethod(env, exceptionClass, "java/lang/Class", "getName").value_or(""),
+            callStringMethod(env, pending, "java/lang/Throwable", "getMessage")};
     env->DeleteLocalRef(exceptionClass);
-    std::string message =
-            callStringMethod(env, pending, "java/lang/Throwable", "getMessage", &isNull);
-    if (!isNull) exception.message = message;
     env->DeleteLocalRef(pending);
     return exception;
 }
@@ -59,18 +54,6 @@ std::optional<JavaException> takePendingException(JNIEnv* env) {
 std::string describe(const JavaException& exception) {
     return exception.message ? exception.className + ": " + *exception.message
                              : exception.className;
-}
-
-LocalFrame::LocalFrame(JNIEnv* env, jint capacity) : mEnv(env) {
-    if (mEnv->PushLocalFrame(capacity) != JNI_OK) {
-        mEnv->ExceptionClear();
-        ADD_FAILURE() << "PushLocalFrame(" << capacity << ") failed";
-        mEnv = nullptr;
-    }
-}
-
-LocalFrame::~LocalFrame() {
-    if (mEnv != nullptr) mEnv->PopLocalFrame(nullptr);
 }
 
 std::optional<std::string> toStdString(JNIEnv* env, jstring string) {
@@ -100,8 +83,9 @@ void JniTest::SetUp() {
     env = host::jniEnv();
     ASSERT_NE(env, nullptr) << "the JVM is not running: link nuvra_test_support's main";
     resetHostPlatform();
-    // The size of ART's local reference table: what a native method may hold on a device.
-    mFrame.emplace(env, 512);
+    // A local frame of the size of ART's local reference table: what a native method may hold on
+    // a device. A failed push leaves its OutOfMemoryError pending, which TearDown reports.
+    mFramePushed = env->PushLocalFrame(512) == JNI_OK;
 }
 
 void JniTest::TearDown() {
@@ -109,7 +93,7 @@ void JniTest::TearDown() {
     if (std::optional<JavaException> pending = takePendingException(env)) {
         ADD_FAILURE() << "the test ended with a pending Java exception: " << describe(*pending);
     }
-    mFrame.reset();
+    if (mFramePushed) env->PopLocalFrame(nullptr);
 }
 
 }  // namespace nuvra::test

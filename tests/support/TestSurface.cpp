@@ -13,11 +13,6 @@ namespace nuvra::test {
 using android::BufferItemConsumer;
 using android::BufferQueue;
 using android::OK;
-using android::sp;
-
-TestSurface::TestSurface(TestSurface&& other) noexcept {
-    *this = std::move(other);
-}
 
 TestSurface& TestSurface::operator=(TestSurface&& other) noexcept {
     if (this != &other) {
@@ -28,10 +23,6 @@ TestSurface& TestSurface::operator=(TestSurface&& other) noexcept {
         consumer = std::move(other.consumer);
     }
     return *this;
-}
-
-TestSurface::~TestSurface() {
-    reset();
 }
 
 void TestSurface::reset() {

@@ -41,13 +41,11 @@ public:
 
 }  // namespace
 
-// Sanitizer settings for running against the JVM, built in so that a test binary run by hand
-// behaves as under ctest (which sets the same ASAN_OPTIONS). The JVM takes SIGSEGV over from
-// AddressSanitizer for its own purposes (implicit null checks, stack guard pages, safepoint
-// polls) and hands the faults that are not its own on to AddressSanitizer's handler, which then
-// reports them as usual. The JVM and the JDK's native libraries keep allocations that only the
-// Java heap or generated code reference, which the leak checker cannot see: those are not leaks
-// of the code under test.
+// Sanitizer settings for the JVM, built in so that a binary run by hand behaves as under ctest.
+// The JVM takes SIGSEGV over for its own uses (implicit null checks, guard pages, safepoints) and
+// hands the other faults on to AddressSanitizer. The allocations of the JVM and the JDK's native
+// libraries that only the Java heap or generated code reference look leaked to the leak checker:
+// they are not leaks of the code under test.
 extern "C" __attribute__((visibility("default"), used)) const char* __asan_default_options() {
     return NUVRA_JVM_ASAN_OPTIONS;
 }

@@ -32,18 +32,6 @@ std::optional<JavaException> takePendingException(JNIEnv* env);
 // "className: message" (or the bare class name) for assertion messages.
 std::string describe(const JavaException& exception);
 
-// A JNI local frame: local references made while it lives are released when it ends.
-class LocalFrame {
-public:
-    explicit LocalFrame(JNIEnv* env, jint capacity = 64);
-    ~LocalFrame();
-    LocalFrame(const LocalFrame&) = delete;
-    LocalFrame& operator=(const LocalFrame&) = delete;
-
-private:
-    JNIEnv* mEnv;
-};
-
 // The UTF-8 text of a Java string; nullopt for null.
 std::optional<std::string> toStdString(JNIEnv* env, jstring string);
 
@@ -59,7 +47,7 @@ protected:
     JNIEnv* env = nullptr;
 
 private:
-    std::optional<LocalFrame> mFrame;
+    bool mFramePushed = false;
 };
 
 }  // namespace nuvra::test

@@ -2,13 +2,9 @@
  * A buffer queue with a consumer and a Java Surface over its producer, as an app gets when it
  * creates an ImageReader and asks for its Surface.
  *
- *     TestSurfaceConfig config;
- *     config.format = HAL_PIXEL_FORMAT_YCrCb_420_SP;
- *     TestSurface ts = makeTestSurface(env, config);
+ *     TestSurface ts = makeTestSurface(env, {640, 480, HAL_PIXEL_FORMAT_YCrCb_420_SP});
  *     library->nativeConnectSurface(env, ts.javaSurface);
- *     ... produce into ts.javaSurface ...
- *     BufferItem item;
- *     ASSERT_EQ(ts.consumer->acquireBuffer(&item, 0), OK);
+ *     ... produce into ts.javaSurface, then ts.consumer->acquireBuffer(&item, 0) ...
  *
  * The Java Surface is made by the platform's glue
  * (android_view_Surface_createFromIGraphicBufferProducer), so it holds a strong reference on
@@ -25,6 +21,7 @@
 #include <system/graphics.h>
 
 #include <cstdint>
+#include <utility>
 
 namespace nuvra::test {
 
@@ -39,9 +36,9 @@ struct TestSurfaceConfig {
 
 struct TestSurface {
     TestSurface() = default;
-    TestSurface(TestSurface&& other) noexcept;
+    TestSurface(TestSurface&& other) noexcept { *this = std::move(other); }
     TestSurface& operator=(TestSurface&& other) noexcept;
-    ~TestSurface();
+    ~TestSurface() { reset(); }
 
     // Calls release() on the Java Surface now: its native window is then gone.
     void releaseJavaSurface();
