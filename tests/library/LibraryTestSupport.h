@@ -6,6 +6,7 @@
 #include <hostcontrol/LogCapture.h>
 #include <hostproperties/HostProperties.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -62,10 +63,8 @@ inline std::vector<std::string> allLogLines() {
 }
 
 inline bool logged(const std::string& tag, int priority, const std::string& text) {
-    for (const std::string& t : logTexts(tag, priority)) {
-        if (t == text) return true;
-    }
-    return false;
+    const std::vector<std::string> texts = logTexts(tag, priority);
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
 }
 
 }  // namespace nuvra::test

@@ -33,17 +33,15 @@ inline std::optional<android::BufferItem> cycleOneFrame(TestSurface& ts) {
 
 // How many buffers the producer can hold at once (dequeues until one fails, then cancels all).
 inline int dequeuableBuffers(TestSurface& ts) {
-    ts.surface->setDequeueTimeout(0);
-    int count = 0;
-    ANativeWindowBuffer* anb = nullptr;
-    std::vector<ANativeWindowBuffer*> held;
-    while (count < 70 && native_window_dequeue_buffer_and_wait(ts.surface.get(), &anb) == 0) {
-        held.push_back(anb);
-        ++count;
-    }
     ANativeWindow* anw = ts.surface.get();
+    ts.surface->setDequeueTimeout(0);
+    std::vector<ANativeWindowBuffer*> held;
+    ANativeWindowBuffer* anb = nullptr;
+    while (held.size() < 70 && native_window_dequeue_buffer_and_wait(anw, &anb) == 0) {
+        held.push_back(anb);
+    }
     for (ANativeWindowBuffer* b : held) anw->cancelBuffer(anw, b, -1);
-    return count;
+    return static_cast<int>(held.size());
 }
 
 // The one Java exception pending, taken off the thread.
