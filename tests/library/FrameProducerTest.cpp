@@ -10,6 +10,7 @@
 #include <ui/HostGrallocGuard.h>
 #include <ui/HostGrallocLayout.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -24,38 +25,25 @@ using android::BufferItem;
 using android::GraphicBuffer;
 using android::sp;
 
-constexpr int kVenusNv21 = 0x114;
-constexpr int kVenusNv12 = 0x7FA30C04;
-constexpr int kNv21M = 0x11D;
+constexpr int kNv21 = HAL_PIXEL_FORMAT_YCrCb_420_SP, kRgba = HAL_PIXEL_FORMAT_RGBA_8888;
+constexpr int kFlex = HAL_PIXEL_FORMAT_YCbCr_420_888, kRgb565 = HAL_PIXEL_FORMAT_RGB_565;
+constexpr int kYv12 = HAL_PIXEL_FORMAT_YV12, kBlob = HAL_PIXEL_FORMAT_BLOB;
+constexpr int kVenusNv21 = 0x114, kVenusNv12 = 0x7FA30C04, kNv21M = 0x11D;
 
 std::vector<uint8_t> randomBytes(size_t n, uint32_t seed) {
-    std::mt19937 rng(seed);
     std::vector<uint8_t> v(n);
-    for (uint8_t& b : v) b = static_cast<uint8_t>(rng());
+    std::generate(v.begin(), v.end(), std::mt19937(seed));
     return v;
 }
 
-// What the consumer received: the queued buffer's bytes and layout.
-struct Received {
-    BufferItem item;
-    host::GrallocLayout layout;
-    std::vector<uint8_t> bytes;
-};
-
 class FrameProducerTest : public JniTest {
 protected:
-    // A connected Surface whose buffers are `format`, width x height.
+    // A connected Surface whose buffers are `format`, width x height, allocated for CPU writes.
     void makeSurface(int format, uint32_t width, uint32_t height) {
-        TestSurfaceConfig config;
-        config.format = format;
-        config.width = width;
-        config.height = height;
-        ts = makeTestSurface(env, config);
+        ts = makeTestSurface(env, {width, height, format});
         ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
-        // A CPU producer's buffers are allocated for CPU writes.
         ASSERT_EQ(native_window_set_usage(ts.surface.get(), GRALLOC_USAGE_SW_WRITE_OFTEN), 0);
-        // What the producer may hold at once before anything was queued; a frame that is
-        // refused must leave it so.
+        // What the producer may hold before anything was queued; a refused frame leaves it so.
         freeBuffers = dequeuableBuffers(ts);
         host::resetFaultsAndCalls();
         host::clearCapturedLogs();
@@ -64,24 +52,6 @@ protected:
         jobject buffer = env->NewDirectByteBuffer(input.data(), static_cast<jlong>(input.size()));
         return util()->nativeProduceFrame(env, ts.javaSurface, buffer, width, height, pixelFormat);
     }
-    std::optional<Received> receive() {
-        Received r;
-        if (ts.consumer->acquireBuffer(&r.item, 0) != android::OK) return std::nullopt;
-        const sp<GraphicBuffer>& gb = r.item.mGraphicBuffer;
-        EXPECT_TRUE(host::grallocLayoutOf(*gb, &r.layout));
-        r.bytes = host::readBufferMemory(*gb);  // padding included
-        ts.consumer->releaseBuffer(r.item);
-        return r;
-    }
-    // The frame was refused: the buffer went back to the queue, nothing reached the consumer.
-    void expectCancelled() {
-        EXPECT_EQ(host::callCount("window.cancelBuffer"), 1u);
-        EXPECT_EQ(host::callCount("window.queueBuffer"), 0u);
-        BufferItem item;
-        EXPECT_NE(ts.consumer->acquireBuffer(&item, 0), android::OK);
-        EXPECT_EQ(dequeuableBuffers(ts), freeBuffers);
-    }
-    void useProfile(const char* name) { ASSERT_TRUE(host::selectDeviceProfile(name)); }
     // The index of the library's first captured line `text` at `priority`; -1 when there is none.
     static int lineIndex(int priority, const std::string& text) {
         std::vector<host::LogLine> lines = host::capturedLogs();
@@ -116,18 +86,15 @@ struct Written {
 
 // NV21 into NV21 goes through the plain lock, except on K.ORB and when that lock fails.
 bool throughPlainLock(const Written& c) {
-    return c.inputFormat == HAL_PIXEL_FORMAT_YCrCb_420_SP && c.fault == nullptr && !kKorb &&
-           (c.bufferFormat == HAL_PIXEL_FORMAT_YCrCb_420_SP || c.bufferFormat == kNv21M);
+    return c.inputFormat == kNv21 && c.fault == nullptr && !kKorb &&
+           (c.bufferFormat == kNv21 || c.bufferFormat == kNv21M);
 }
 
 // The rows that have nothing to write: the buffer is unlocked without having been locked.
 bool writesNothing(const Written& c) {
-    return (c.inputFormat == HAL_PIXEL_FORMAT_RGBA_8888 &&
-            c.bufferFormat != HAL_PIXEL_FORMAT_YV12 &&
-            c.bufferFormat != HAL_PIXEL_FORMAT_YCbCr_420_888 &&
-            c.bufferFormat != HAL_PIXEL_FORMAT_YCrCb_420_SP) ||
-           (c.inputFormat == HAL_PIXEL_FORMAT_YCbCr_420_888 &&
-            c.bufferFormat != HAL_PIXEL_FORMAT_RGB_565);
+    const int b = c.bufferFormat;
+    return (c.inputFormat == kRgba && b != kYv12 && b != kFlex && b != kNv21) ||
+           (c.inputFormat == kFlex && b != kRgb565);
 }
 
 // What the buffer, laid out as `l`, holds after `in` was produced into it; fresh buffers are zero.
@@ -136,10 +103,10 @@ std::vector<uint8_t> expectedBuffer(const Written& c, host::GrallocLayout l,
     std::vector<uint8_t> out(l.size, 0);
     const size_t w = c.w, h = c.h, luma = w * h;
     if (writesNothing(c)) return out;
-    if (c.inputFormat == HAL_PIXEL_FORMAT_RGBA_8888) {
+    if (c.inputFormat == kRgba) {
         // NV21 targets at pitch `width` with the chroma right after the luma, whatever the
         // buffer's stride; YV12 and YCbCr_420_888 where the gralloc puts their planes.
-        if (c.bufferFormat == HAL_PIXEL_FORMAT_YCrCb_420_SP) {
+        if (c.bufferFormat == kNv21) {
             l.yOffset = 0;
             l.crOffset = luma;
             l.cbOffset = luma + 1;
@@ -148,16 +115,15 @@ std::vector<uint8_t> expectedBuffer(const Written& c, host::GrallocLayout l,
         }
         kernels::test::modelRgbaToYuv420(in.data(), w, h, &out[l.yOffset], &out[l.crOffset],
                                          &out[l.cbOffset], l.chromaStep, l.yStride, l.cStride);
-    } else if (c.bufferFormat == HAL_PIXEL_FORMAT_RGB_565) {
+    } else if (c.bufferFormat == kRgb565) {
         // Packed rows, whatever the buffer's stride.
         kernels::test::modelNv21ToRgb565(in.data(), in.size(), w, h, out.data());
-    } else if (c.inputFormat == HAL_PIXEL_FORMAT_BLOB) {
+    } else if (c.inputFormat == kBlob) {
         // The JPEG bytes, then the trailer at the end of the buffer's length: its width for a
         // BLOB buffer, (width + stride x (height - 1)) x 4 for the RGBA override. The trailer is
         // two little-endian words: the marker, then the JPEG size.
         memcpy(out.data(), in.data(), in.size());
-        const size_t length =
-                c.bufferFormat == HAL_PIXEL_FORMAT_BLOB ? w : (w + l.stride * (h - 1)) * 4;
+        const size_t length = c.bufferFormat == kBlob ? w : (w + l.stride * (h - 1)) * 4;
         const uint32_t trailer[2] = {0xFF, static_cast<uint32_t>(in.size())};
         memcpy(&out[length - 8], trailer, 8);
     } else if (c.bufferFormat == kVenusNv21) {
@@ -205,85 +171,82 @@ std::vector<uint8_t> expectedBuffer(const Written& c, host::GrallocLayout l,
 // Every input into every buffer format it can be written to: what the buffer holds, and the lines
 // that tell how it was written.
 TEST_F(FrameProducerTest, FramesAreWrittenAsEachTargetHoldsThem) {
-    const int nv21 = HAL_PIXEL_FORMAT_YCrCb_420_SP, rgba = HAL_PIXEL_FORMAT_RGBA_8888;
-    const int flex = HAL_PIXEL_FORMAT_YCbCr_420_888, rgb565 = HAL_PIXEL_FORMAT_RGB_565;
-    const int yv12 = HAL_PIXEL_FORMAT_YV12, blob = HAL_PIXEL_FORMAT_BLOB;
     const Written cases[] = {
-            {"packed-nv21", nv21, rgba, 36, 10},
-            {"phone-nv21", nv21, rgba, 36, 10},
-            {"packed-nv21", yv12, rgba, 64, 20},
-            {"phone-nv21", flex, rgba, 40, 6},
-            {"phone-qcom", flex, rgba, 40, 6},
-            {"packed-qcom", flex, rgba, 40, 7},
+            {"packed-nv21", kNv21, kRgba, 36, 10},
+            {"phone-nv21", kNv21, kRgba, 36, 10},
+            {"packed-nv21", kYv12, kRgba, 64, 20},
+            {"phone-nv21", kFlex, kRgba, 40, 6},
+            {"phone-qcom", kFlex, kRgba, 40, 6},
+            {"packed-qcom", kFlex, kRgba, 40, 7},
             // Nothing to write: as on a phone, GraphicBufferMapper logs the mapper's error for the
             // unlock and succeeds, so the buffer is queued unwritten.
-            {nullptr, rgba, rgba, 8, 8},
-            {nullptr, rgb565, rgba, 8, 8},
-            {nullptr, nv21, flex, 8, 8},
-            {"packed-nv21", nv21, nv21, 30, 8},
-            {"packed-nv21", kNv21M, nv21, 30, 8},
-            {"phone-nv21", nv21, nv21, 30, 8},
-            {"phone-nv21", kNv21M, nv21, 30, 8},
-            {nullptr, nv21, nv21, 8, 5},
+            {nullptr, kRgba, kRgba, 8, 8},
+            {nullptr, kRgb565, kRgba, 8, 8},
+            {nullptr, kNv21, kFlex, 8, 8},
+            {"packed-nv21", kNv21, kNv21, 30, 8},
+            {"packed-nv21", kNv21M, kNv21, 30, 8},
+            {"phone-nv21", kNv21, kNv21, 30, 8},
+            {"phone-nv21", kNv21M, kNv21, 30, 8},
+            {nullptr, kNv21, kNv21, 8, 5},
             // The lock fails and lockYCbCr takes over: 12288 bytes, exactly three pages, so the
             // chroma's last byte would lie past the buffer.
-            {nullptr, nv21, nv21, 128, 64, 0, "buffer.lock"},
-            {"phone-nv21", flex, nv21, 32, 6},
-            {"packed-qcom", flex, nv21, 32, 6},
-            {"packed-qcom", flex, nv21, 32, 5},
-            {"packed-qcom", flex, nv21, 30, 1},
+            {nullptr, kNv21, kNv21, 128, 64, 0, "buffer.lock"},
+            {"phone-nv21", kFlex, kNv21, 32, 6},
+            {"packed-qcom", kFlex, kNv21, 32, 6},
+            {"packed-qcom", kFlex, kNv21, 32, 5},
+            {"packed-qcom", kFlex, kNv21, 30, 1},
             // Row r takes chroma row r / 2 wherever the input holds it (a YCbCr_420_888 input is
             // sized as RGBA, and NV21 input may carry ceil(h / 2) chroma rows). An NV21 input of
             // exactly w * h * 3 / 2 bytes ends inside the last chroma row of an odd height: that
             // row takes the chroma row above it, and a single row, which then has no whole chroma
             // row, is converted as grey.
-            {nullptr, rgb565, nv21, 34, 6},
-            {nullptr, rgb565, flex, 34, 6},
-            {nullptr, rgb565, nv21, 34, 5, 34 * 5 + 3 * 34},
-            {nullptr, rgb565, flex, 34, 5},
-            {nullptr, rgb565, flex, 34, 1},
-            {nullptr, rgb565, nv21, 34, 1, 2 * 34},
-            {nullptr, rgb565, nv21, 34, 5},
-            {nullptr, rgb565, nv21, 34, 1},
-            {nullptr, kVenusNv21, nv21, 64, 20, 0, nullptr, kQcomOnly},
-            {nullptr, kVenusNv12, nv21, 128, 6, 0, nullptr, kQcomOnly},
-            {nullptr, kVenusNv12, nv21, 40, 6, 0, nullptr, kQcomOnly},
-            {"phone-nv21", blob, blob, 1008, 1, 1000},
-            {"phone-nv21", rgba, blob, 100, 10, 3000},  // RGBA rows padded to 128 pixels
+            {nullptr, kRgb565, kNv21, 34, 6},
+            {nullptr, kRgb565, kFlex, 34, 6},
+            {nullptr, kRgb565, kNv21, 34, 5, 34 * 5 + 3 * 34},
+            {nullptr, kRgb565, kFlex, 34, 5},
+            {nullptr, kRgb565, kFlex, 34, 1},
+            {nullptr, kRgb565, kNv21, 34, 1, 2 * 34},
+            {nullptr, kRgb565, kNv21, 34, 5},
+            {nullptr, kRgb565, kNv21, 34, 1},
+            {nullptr, kVenusNv21, kNv21, 64, 20, 0, nullptr, kQcomOnly},
+            {nullptr, kVenusNv12, kNv21, 128, 6, 0, nullptr, kQcomOnly},
+            {nullptr, kVenusNv12, kNv21, 40, 6, 0, nullptr, kQcomOnly},
+            {"phone-nv21", kBlob, kBlob, 1008, 1, 1000},
+            {"phone-nv21", kRgba, kBlob, 100, 10, 3000},  // RGBA rows padded to 128 pixels
     };
+    auto wrote = [](const std::string& s) { return logged(kSurfaceTag, ANDROID_LOG_VERBOSE, s); };
     for (const Written& c : cases) {
-        SCOPED_TRACE(::testing::Message()
-                     << (c.profile ? c.profile : "") << ": " << c.inputFormat << " into "
-                     << c.bufferFormat << ", " << c.w << "x" << c.h);
+        SCOPED_TRACE(::testing::Message() << c.profile << ": " << c.inputFormat << " into "
+                                          << c.bufferFormat << ", " << c.w << "x" << c.h);
         if (!runsHere(c.vendors)) continue;
         resetHostPlatform();
-        if (c.profile != nullptr) useProfile(c.profile);
+        if (c.profile != nullptr) {
+            ASSERT_TRUE(host::selectDeviceProfile(c.profile));
+        }
         makeSurface(c.bufferFormat, c.w, c.h);
-        size_t frameBytes = c.inputFormat == nv21 ? c.w * c.h * 3 / 2 : c.w * c.h * 4;
+        size_t frameBytes = c.inputFormat == kNv21 ? c.w * c.h * 3 / 2 : c.w * c.h * 4;
         std::vector<uint8_t> input = randomBytes(c.inputBytes != 0 ? c.inputBytes : frameBytes, 1);
         if (c.fault != nullptr) host::injectFault(c.fault, -5);
         setLogLevel("V");
         ASSERT_EQ(produce(input, c.w, c.h, c.inputFormat), 0);
-        std::optional<Received> r = receive();
-        ASSERT_TRUE(r);
-        EXPECT_EQ(r->bytes, expectedBuffer(c, r->layout, input));
+        BufferItem item;
+        ASSERT_EQ(ts.consumer->acquireBuffer(&item, 0), android::OK);
+        host::GrallocLayout l;
+        ASSERT_TRUE(host::grallocLayoutOf(*item.mGraphicBuffer, &l));
+        // The whole buffer, padding included.
+        EXPECT_EQ(host::readBufferMemory(*item.mGraphicBuffer), expectedBuffer(c, l, input));
         if (c.fault != nullptr) {
-            EXPECT_EQ(r->layout.size, 12288u);  // the fallback row's three pages
+            EXPECT_EQ(l.size, 12288u);  // the fallback row's three pages
         }
         EXPECT_EQ(logTexts("Gralloc4", ANDROID_LOG_ERROR).size(), writesNothing(c) ? 1u : 0u);
-        auto wrote = [](const std::string& line) {
-            return logged(kSurfaceTag, ANDROID_LOG_VERBOSE, line);
-        };
-        EXPECT_EQ(wrote("produceFrame: stride is: " + std::to_string(r->layout.stride)),
-                  c.bufferFormat == yv12);
+        const int b = c.bufferFormat;
+        EXPECT_EQ(wrote("produceFrame: stride is: " + std::to_string(l.stride)), b == kYv12);
         EXPECT_EQ(wrote("produceFrame: Using BLOB to RGBA format override."),
-                  c.inputFormat == blob && c.bufferFormat == rgba);
+                  c.inputFormat == kBlob && b == kRgba);
         // Only the copy through lockYCbCr says that it goes by rows.
         EXPECT_EQ(wrote("produceFrame: Stride != Width"),
-                  c.inputFormat == nv21 && !throughPlainLock(c) &&
-                          (c.bufferFormat == nv21 || c.bufferFormat == kNv21M ||
-                           c.bufferFormat == flex) &&
-                          r->layout.stride != static_cast<uint32_t>(c.w));
+                  c.inputFormat == kNv21 && !throughPlainLock(c) && l.stride != uint32_t(c.w) &&
+                          (b == kNv21 || b == kNv21M || b == kFlex));
     }
 }
 
@@ -312,20 +275,15 @@ TEST_F(FrameProducerTest, Yv12StrideThatIsNotSixteenPixelAlignedAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
             {
-                TestSurfaceConfig config;
-                config.format = HAL_PIXEL_FORMAT_YV12;
-                config.width = 640;
-                config.height = 480;
-                TestSurface queue = makeTestSurface(env, config);
+                TestSurface queue = makeTestSurface(env, {640, 480, kYv12});
                 sp<GraphicBuffer> buffer = new GraphicBuffer(
-                        640, 480, HAL_PIXEL_FORMAT_YV12, 1,
+                        640, 480, kYv12, 1,
                         GRALLOC_USAGE_SW_WRITE_OFTEN | GRALLOC_USAGE_SW_READ_OFTEN, "test");
                 sp<android::Surface> s = new MisalignedYv12Surface(queue.producer, buffer);
                 jobject javaSurface = android::android_view_Surface_createFromSurface(env, s);
                 std::vector<uint8_t> rgba(640 * 480 * 4);
                 jobject pixels = env->NewDirectByteBuffer(rgba.data(), rgba.size());
-                util()->nativeProduceFrame(env, javaSurface, pixels, 640, 480,
-                                           HAL_PIXEL_FORMAT_RGBA_8888);
+                util()->nativeProduceFrame(env, javaSurface, pixels, 640, 480, kRgba);
             },
             "Stride is not 16 pixel aligned 648");
 }
@@ -333,14 +291,21 @@ TEST_F(FrameProducerTest, Yv12StrideThatIsNotSixteenPixelAlignedAborts) {
 // ---- refusals and platform failures ----
 
 TEST_F(FrameProducerTest, BadArgumentsAreRefusedBeforeTheDequeue) {
-    makeSurface(HAL_PIXEL_FORMAT_YCrCb_420_SP, 8, 8);
+    makeSurface(kNv21, 8, 8);
     std::vector<uint8_t> pixels(8 * 8 * 4);
     setLogLevel("V");
+    // The operation's line, then the dequeue line with the size it was given.
+    auto expectSizeShown = [](const std::string& text) {
+        std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
+        ASSERT_GE(verbose.size(), 2u);
+        EXPECT_EQ(verbose[0], "nativeProduceFrame");
+        EXPECT_NE(verbose[1].find(text), std::string::npos) << verbose[1];
+    };
     const struct {
         int width, height;
         bool nv21Pointer;
         const char* line;
-        const char* size;  // as the first produceFrame line shows it
+        const char* size;  // as the dequeue line shows it
     } cases[] = {{-2, 8, false, "produceFrame: width must be non-negative", nullptr},
                  {8, -2, false, "produceFrame: height must be non-negative", nullptr},
                  // (w x h x 3) / 2 in signed 32 bits: negative as it stands, or wrapped to a
@@ -353,56 +318,40 @@ TEST_F(FrameProducerTest, BadArgumentsAreRefusedBeforeTheDequeue) {
         host::clearCapturedLogs();
         int status = c.nv21Pointer ? util()->nativeProduceFrameWithNV21(env, ts.javaSurface, 1,
                                                                         c.width, c.height)
-                                   : produce(pixels, c.width, c.height, HAL_PIXEL_FORMAT_RGBA_8888);
+                                   : produce(pixels, c.width, c.height, kRgba);
         EXPECT_EQ(status, -22);
         EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR, c.line));
-        if (c.size != nullptr) {
-            std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
-            ASSERT_GE(verbose.size(), 2u);
-            EXPECT_NE(verbose[1].find(std::string("(fmt=11, size=") + c.size + ")"),
-                      std::string::npos)
-                    << verbose[1];
-        }
+        if (c.size != nullptr) expectSizeShown(std::string("(fmt=11, size=") + c.size + ")");
     }
     // Null buffers throw (and return 0).
     EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, nullptr, 3, 3, 1), 0);
     expectPendingException(env, "java.lang.NullPointerException", "pixelBuffer");
-    jbyteArray heap = env->NewByteArray(16);
     jclass byteBuffer = env->FindClass("java/nio/ByteBuffer");
-    jobject wrapped = env->CallStaticObjectMethod(
-            byteBuffer, env->GetStaticMethodID(byteBuffer, "wrap", "([B)Ljava/nio/ByteBuffer;"),
-            heap);
-    ASSERT_FALSE(env->ExceptionCheck());
-    EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, wrapped, 3, 3, 1), 0);
+    jmethodID wrap = env->GetStaticMethodID(byteBuffer, "wrap", "([B)Ljava/nio/ByteBuffer;");
+    jobject heap = env->CallStaticObjectMethod(byteBuffer, wrap, env->NewByteArray(16));
+    ASSERT_FALSE(env->ExceptionCheck());  // -Xcheck:jni wants the call checked
+    EXPECT_EQ(util()->nativeProduceFrame(env, ts.javaSurface, heap, 3, 3, 1), 0);
     expectPendingException(env, "java.lang.NullPointerException", "pixels");
     EXPECT_EQ(util()->nativeProduceFrameWithNV21(env, ts.javaSurface, 0, 3, 3), 0);
     expectPendingException(env, "java.lang.NullPointerException", "pixel");
     EXPECT_EQ(host::callCount("window.dequeueBuffer"), 0u);
 
-    // A 3x3 NV21 frame is 13 bytes long, as the signed product computes it (the 8x8 buffer is
-    // then refused).
-    std::vector<uint8_t> nv21 = randomBytes(13, 11);
+    // 13 bytes for a 3x3 NV21 frame, as the signed product computes it (the 8x8 buffer then
+    // refuses it).
     host::clearCapturedLogs();
-    util()->nativeProduceFrameWithNV21(env, ts.javaSurface,
-                                       static_cast<jlong>(reinterpret_cast<uintptr_t>(nv21.data())),
+    util()->nativeProduceFrameWithNV21(env, ts.javaSurface, reinterpret_cast<jlong>(pixels.data()),
                                        3, 3);
-    std::vector<std::string> verbose = logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE);
-    ASSERT_GE(verbose.size(), 2u);
-    EXPECT_EQ(verbose[0], "nativeProduceFrame");
-    EXPECT_NE(verbose[1].find("3x3 (fmt=11, size=d)"), std::string::npos) << verbose[1];
+    expectSizeShown("3x3 (fmt=11, size=d)");
 }
 
-// A refusal after the dequeue returns its status with its line, having locked nothing but the
-// buffer a lock fault was armed on, and cancels the buffer. Some rows write a progress line right
-// after lockYCbCr returns, before the failure's line. Only a lock that succeeded without an address
-// is undone by an unlock. One byte short of the frame is refused before anything is written (the
-// exact size is accepted in FramesAreWrittenAsEachTargetHoldsThem); the NV21 rows into
-// YCbCr_420_888 and the Venus formats check the direct buffer's capacity as the NV21 row does,
-// rather than read past its end.
+// A refusal or failure after the dequeue returns its status with its line, then the operation's,
+// and cancels the buffer; nothing is locked before a lock fault, and a lock that returned is
+// unlocked once (the failing unlock included). Some rows write a progress line right after
+// lockYCbCr returns, before the failure's line. One byte short of the frame is refused before
+// anything is written (the exact size is accepted in FramesAreWrittenAsEachTargetHoldsThem); the
+// NV21 rows into YCbCr_420_888 and the Venus formats check the direct buffer's capacity as the NV21
+// row does, rather than read past its end.
 TEST_F(FrameProducerTest, RefusalsAfterTheDequeueCancelTheBuffer) {
-    const int nv21 = HAL_PIXEL_FORMAT_YCrCb_420_SP, rgba = HAL_PIXEL_FORMAT_RGBA_8888;
-    const int flex = HAL_PIXEL_FORMAT_YCbCr_420_888, rgb565 = HAL_PIXEL_FORMAT_RGB_565;
-    const int yv12 = HAL_PIXEL_FORMAT_YV12, blob = HAL_PIXEL_FORMAT_BLOB;
     const int warn = ANDROID_LOG_WARN, error = ANDROID_LOG_ERROR;
     const std::string lockError =
             std::string("produceFrame: Error ") + strerror(12) + " (-12) while";
@@ -423,48 +372,53 @@ TEST_F(FrameProducerTest, RefusalsAfterTheDequeueCancelTheBuffer) {
         Vendors vendors = kAllVendors;
         int bufferWidth = 0;  // when not w
     } cases[] = {
-            {nv21, rgba, 16, 8, nullptr, -22,
+            {kNv21, kRgba, 16, 8, nullptr, -22,
              "produceFrame: Received gralloc buffer with bad dimensions 8x8, expecting "
              "dimensions 16 x 8",
              0, error, "", kAllVendors, 8},
-            {nv21, 0x36, 8, 8, nullptr, -22,
+            {kNv21, 0x36, 8, 8, nullptr, -22,
              "produceFrame: Invalid pixel format in produceFrame: 36"},
-            {nv21, rgba, 8, 8, "window.query.FORMAT", -19,
+            {kNv21, kRgba, 8, 8, "window.query.FORMAT", -19,
              withError("produceFrame: Error while querying surface pixel format", -19)},
-            {yv12, rgba, 34, 11, nullptr, -22,
+            {kYv12, kRgba, 34, 11, nullptr, -22,
              "produceFrame: Dimens 34 x 11 are not divisible by 2."},
-            {yv12, nv21, 16, 4, nullptr, -38,
+            {kYv12, kNv21, 16, 4, nullptr, -38,
              "produceFrame: Convert 420sp to other format(32315659) is not supported yet."},
-            {kVenusNv21, nv21, 64, 20, nullptr, -38,
+            {kVenusNv21, kNv21, 64, 20, nullptr, -38,
              "produceFrame: Convert 420sp to venus is working with qcom only (0x114)", 1920, error,
              "", kOthersOnly},
-            {kVenusNv12, nv21, 128, 6, nullptr, -38,
+            {kVenusNv12, kNv21, 128, 6, nullptr, -38,
              "produceFrame: Convert 420sp to venus is working with qcom only (0x7fa30c04)", 1152,
              error, "", kOthersOnly},
-            {blob, blob, 1007, 1, nullptr, -22,
+            {kBlob, kBlob, 1007, 1, nullptr, -22,
              "produceFrame: Pixel buffer needs size 1008, cannot fit in gralloc buffer of size "
              "1007",
              1000},
-            {nv21, rgba, 8, 4, nullptr, -22, tooSmall(127), 127},
-            {nv21, nv21, 8, 5, nullptr, -22, tooSmall(59), 59},
-            {rgb565, nv21, 8, 4, nullptr, -22, tooSmall(47), 47, warn},
-            {rgb565, flex, 8, 4, nullptr, -22, tooSmall(127), 127, warn},
-            {flex, nv21, 8, 4, nullptr, -22, tooSmall(47), 47},
-            {kVenusNv21, nv21, 8, 4, nullptr, -22, tooSmall(47), 47, error, "", kQcomOnly},
-            {kVenusNv12, nv21, 8, 4, nullptr, -22, tooSmall(47), 47, error, "", kQcomOnly},
-            {nv21, rgba, 16, 4, "buffer.lock", -12, lockError + " locking buffer for write."},
-            {yv12, rgba, 16, 4, "buffer.lock", -12,
+            {kNv21, kRgba, 8, 4, nullptr, -22, tooSmall(127), 127},
+            {kNv21, kNv21, 8, 5, nullptr, -22, tooSmall(59), 59},
+            {kRgb565, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47, warn},
+            {kRgb565, kFlex, 8, 4, nullptr, -22, tooSmall(127), 127, warn},
+            {kFlex, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47},
+            {kVenusNv21, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47, error, "", kQcomOnly},
+            {kVenusNv12, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47, error, "", kQcomOnly},
+            {kNv21, kRgba, 16, 4, "buffer.lock", -12, lockError + " locking buffer for write."},
+            {kYv12, kRgba, 16, 4, "buffer.lock", -12,
              lockError + " locking gralloc buffer for write."},
-            {flex, rgba, 16, 4, "buffer.lockYCbCr", -12, ycbcrError},
-            {rgb565, nv21, 16, 4, "buffer.lock", -12,
+            {kFlex, kRgba, 16, 4, "buffer.lockYCbCr", -12, ycbcrError},
+            {kRgb565, kNv21, 16, 4, "buffer.lock", -12,
              withError("produceFrame: Failed to lock buffer, error", -12)},
-            {flex, nv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, error,
+            {kFlex, kNv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, error,
              "produceFrame: y = (nil), cr = (nil), error(-12)"},
-            {kVenusNv12, nv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, error,
+            {kVenusNv12, kNv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, error,
              "produceFrame: y = (nil), cb = (nil) error(-12), yStride(0), cStride(0)", kQcomOnly},
-            {nv21, rgba, 16, 4, "buffer.lock.nullAddress", -22,
+            {kNv21, kRgba, 16, 4, "buffer.lock.nullAddress", -22,
              "produceFrame: nullptr after locking buffer for write."},
+            {kNv21, kRgba, 16, 4, "buffer.unlock", -5,
+             withError("produceFrame: Failed to unlock buffer, error", -5)},
+            {kNv21, kRgba, 16, 4, "window.queueBuffer", -19,
+             withError("produceFrame: Failed to queue buffer, error", -19)},
     };
+    setLogLevel("V");
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line);
         if (!runsHere(c.vendors)) continue;
@@ -472,40 +426,28 @@ TEST_F(FrameProducerTest, RefusalsAfterTheDequeueCancelTheBuffer) {
         if (c.fault != nullptr) host::injectFault(c.fault, c.status);
         std::vector<uint8_t> pixels =
                 randomBytes(c.inputBytes != 0 ? c.inputBytes : c.w * c.h * 4, 3);
-        setLogLevel("V");
         EXPECT_EQ(produce(pixels, c.w, c.h, c.inputFormat), c.status);
-        setLogLevel("");
         const std::string fault = c.fault != nullptr ? c.fault : "";
+        const bool locked = fault.rfind("buffer.", 0) == 0 || fault == "window.queueBuffer";
+        const bool lockFailed = fault == "buffer.lock" || fault == "buffer.lockYCbCr";
         EXPECT_EQ(host::callCount("buffer.lock") + host::callCount("buffer.lockYCbCr"),
-                  fault.rfind("buffer.lock", 0) == 0 ? 1u : 0u);
-        EXPECT_EQ(host::callCount("buffer.unlock"), fault == "buffer.lock.nullAddress" ? 1u : 0u);
+                  locked ? 1u : 0u);
+        EXPECT_EQ(host::callCount("buffer.unlock"), locked && !lockFailed ? 1u : 0u);
         int failure = lineIndex(c.level, c.line);
         EXPECT_GE(failure, 0);
+        const std::string produceLine = "nativeProduceFrame: Error while producing frame";
+        EXPECT_GT(lineIndex(ANDROID_LOG_ERROR, withError(produceLine, c.status)), failure);
         if (!c.progress.empty()) {
             int progress = lineIndex(ANDROID_LOG_VERBOSE, c.progress);
             EXPECT_GE(progress, 0);
             EXPECT_LT(progress, failure);
         }
-        expectCancelled();
+        // Nothing reached the consumer, and the producer may hold as many buffers as before.
+        EXPECT_EQ(host::callCount("window.cancelBuffer"), 1u);
+        BufferItem item;
+        EXPECT_NE(ts.consumer->acquireBuffer(&item, 0), android::OK);
+        EXPECT_EQ(dequeuableBuffers(ts), freeBuffers);
     }
-}
-
-TEST_F(FrameProducerTest, UnlockAndQueueFailuresCancelTheBuffer) {
-    makeSurface(HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 4);
-    std::vector<uint8_t> rgba(16 * 4 * 4);
-    host::injectFault("buffer.unlock", -5);
-    EXPECT_EQ(produce(rgba, 16, 4, HAL_PIXEL_FORMAT_RGBA_8888), -5);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("produceFrame: Failed to unlock buffer, error", -5)));
-    // The buffer is still locked by the failed unlock; a real unlock lets it go.
-    host::resetFaultsAndCalls();
-    host::injectFault("window.queueBuffer", -19);
-    EXPECT_EQ(produce(rgba, 16, 4, HAL_PIXEL_FORMAT_RGBA_8888), -19);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("produceFrame: Failed to queue buffer, error", -19)));
-    EXPECT_EQ(host::callCount("window.cancelBuffer"), 1u);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
-                       withError("nativeProduceFrame: Error while producing frame", -19)));
 }
 
 }  // namespace
