@@ -14,21 +14,17 @@
 namespace nuvra::test {
 namespace {
 
+constexpr uint64_t kConsumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_HW_TEXTURE;
+
 class SurfaceConfigurationTest : public JniTest {
 protected:
     void SetUp() override {
         JniTest::SetUp();
-        TestSurfaceConfig config;
-        config.consumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_HW_TEXTURE;
-        config.dataspace = HAL_DATASPACE_V0_BT709;
-        ts = makeTestSurface(env, config);
+        ts = makeTestSurface(
+                env, {64, 48, HAL_PIXEL_FORMAT_RGBA_8888, HAL_DATASPACE_V0_BT709, kConsumerUsage});
         ASSERT_EQ(util()->nativeConnectSurface(env, ts.javaSurface), 0);
         host::resetFaultsAndCalls();
         host::clearCapturedLogs();
-    }
-    void TearDown() override {
-        ts.reset();
-        JniTest::TearDown();
     }
     android::BufferItem nextFrame() {
         std::optional<android::BufferItem> item = cycleOneFrame(ts);
@@ -53,7 +49,6 @@ protected:
     }
 
     TestSurface ts;
-    const uint64_t kConsumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_HW_TEXTURE;
 };
 
 // NV21 without the display flag, and any other format with it, is set as it is and nothing else.
@@ -78,7 +73,6 @@ TEST_F(SurfaceConfigurationTest, DisplaySurfaceGetsTheVendorsUsageAndDataSpace) 
     EXPECT_EQ(util()->nativeSetSurfaceFormat(env, ts.javaSurface, HAL_PIXEL_FORMAT_YCrCb_420_SP,
                                              true),
               0);
-    expectNoPendingException(env);
     android::BufferItem item = nextFrame();
     const uint64_t usage = item.mGraphicBuffer->getUsage();
     const uint64_t added = kQcom ? uint64_t{0x20000} : uint64_t{GRALLOC_USAGE_SW_WRITE_OFTEN};
@@ -228,28 +222,13 @@ TEST_F(SurfaceConfigurationTest, DimensionsScalingTimestampAndDataSpaceReachTheQ
     EXPECT_EQ(item.mGraphicBuffer->getWidth(), 10u);
 }
 
-// The array is checked before the Surface is looked up: no exception with a null Surface.
-TEST_F(SurfaceConfigurationTest, DimensArgumentIsCheckedBeforeTheSurface) {
-    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, intArray({5})), -22);
-    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, nullptr), -22);
-    expectNoPendingException(env);
-    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
-              (std::vector<std::string>{
-                      "nativeDetectSurfaceDimens: Invalid length of dimens argument in "
-                      "nativeDetectSurfaceDimens",
-                      "nativeDetectSurfaceDimens: Null dimens argument passed to "
-                      "nativeDetectSurfaceDimens"}));
-}
-
-// The dimensions fill the first two elements of the array.
-TEST_F(SurfaceConfigurationTest, ValuesOfTheConsumerAreReturned) {
+// The dimensions fill the first two elements of the array. The array is checked before the
+// Surface is looked up: no exception with a null Surface.
+TEST_F(SurfaceConfigurationTest, QueriesReturnTheConsumersValuesAndRefuseBadArrays) {
     setLogLevel("V");
-    TestSurfaceConfig config;
-    config.width = 320;
-    config.height = 240;
-    config.format = HAL_PIXEL_FORMAT_YCrCb_420_SP;
-    config.dataspace = HAL_DATASPACE_V0_JFIF;
-    config.consumerUsage = GRALLOC_USAGE_SW_READ_OFTEN | (uint64_t{1} << 40);
+    const TestSurfaceConfig config = {320, 240, HAL_PIXEL_FORMAT_YCrCb_420_SP,
+                                      HAL_DATASPACE_V0_JFIF,
+                                      GRALLOC_USAGE_SW_READ_OFTEN | (uint64_t{1} << 40)};
     TestSurface ts = makeTestSurface(env, config);
     jintArray dimens = intArray({-1, -1, 77});
     host::resetFaultsAndCalls();
@@ -263,11 +242,20 @@ TEST_F(SurfaceConfigurationTest, ValuesOfTheConsumerAreReturned) {
     // Bits above 31 come back intact.
     uint64_t usage = util()->nativeDetectSurfaceUsageFlags(env, ts.javaSurface);
     EXPECT_EQ(usage & config.consumerUsage, config.consumerUsage);
-    expectNoPendingException(env);
     EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_VERBOSE),
               (std::vector<std::string>{"nativeGetSurfaceDimens", "nativeDetectSurfaceType",
                                         "nativeDetectSurfaceDataspace",
                                         "nativeDetectSurfaceUsageFlags"}));
+
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, intArray({5})), -22);
+    EXPECT_EQ(util()->nativeDetectSurfaceDimens(env, nullptr, nullptr), -22);
+    expectNoPendingException(env);
+    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
+              (std::vector<std::string>{
+                      "nativeDetectSurfaceDimens: Invalid length of dimens argument in "
+                      "nativeDetectSurfaceDimens",
+                      "nativeDetectSurfaceDimens: Null dimens argument passed to "
+                      "nativeDetectSurfaceDimens"}));
 }
 
 }  // namespace
