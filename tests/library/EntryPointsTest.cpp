@@ -88,29 +88,25 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
                       reinterpret_cast<jlong>(&item));
     uint8_t copy[64];
     jobject bytes = env->NewDirectByteBuffer(copy, sizeof(copy));
-    const std::string noWindow = ": Could not retrieve native window from surface.";
+    const std::string nw = ": Could not retrieve native window from surface.";  // no window
     checkSlot(2, &S::nativeDetectSurfaceDimens,
               {"6 nativeDetectSurfaceDimens: Null dimens argument passed to "
                "nativeDetectSurfaceDimens"},
               nullptr, nullptr);
-    checkSlot(3, &S::nativeProduceFrame, {"6 nativeProduceFrame" + noWindow}, nullptr, nullptr, 1,
+    checkSlot(3, &S::nativeProduceFrame, {"6 nativeProduceFrame" + nw}, nullptr, nullptr, 1, 1, 1);
+    checkSlot(4, &S::nativeProduceFrameWithNV21, {"6 nativeProduceFrameWithNV21" + nw}, nullptr, 0,
               1, 1);
-    checkSlot(4, &S::nativeProduceFrameWithNV21, {"6 nativeProduceFrameWithNV21" + noWindow},
-              nullptr, 0, 1, 1);
-    checkSlot(5, &S::nativeSetSurfaceFormat, {"6 nativeSetSurfaceFormat" + noWindow}, nullptr, 1,
-              0);
-    checkSlot(6, &S::nativeSetSurfaceDimens, {"6 nativeSetSurfaceDimens" + noWindow}, nullptr, 1,
-              1);
+    checkSlot(5, &S::nativeSetSurfaceFormat, {"6 nativeSetSurfaceFormat" + nw}, nullptr, 1, 0);
+    checkSlot(6, &S::nativeSetSurfaceDimens, {"6 nativeSetSurfaceDimens" + nw}, nullptr, 1, 1);
     checkSlot(7, &S::nativeSetSurfaceOrientation,
-              {"2 nativeSetSurfaceOrientation", "6 nativeSetSurfaceTransform" + noWindow}, nullptr,
-              1, 1);
+              {"2 nativeSetSurfaceOrientation", "6 nativeSetSurfaceTransform" + nw}, nullptr, 1, 1);
     checkSlot(8, &S::nativeGetJpegFooterSize, {"2 nativeGetJpegFooterSize"});
     checkSlot(9, &S::nativeConvertFlexibleToNV21,
               {"6 nativeConvertFlexibleToNV21: YUV_422_888 should have 3 planes."},
               env->NewObjectArray(0, env->FindClass("java/lang/Object"), nullptr), nullptr, 1, 1,
               env->NewIntArray(0), env->NewIntArray(0));
     checkSlot(10, &S::nativeCreatePrivateSurface, {"2 nativeCreatePrivateSurface"}, nullptr);
-    checkSlot(11, &S::nativeSetScalingMode, {"6 nativeSetScalingMode" + noWindow}, nullptr, 1);
+    checkSlot(11, &S::nativeSetScalingMode, {"6 nativeSetScalingMode" + nw}, nullptr, 1);
     checkSlot(12, &S::nativeGetNativeContext, {"2 getNativeContext"}, image);
     checkSlot(13, &S::nativeGetJpegSize, {"2 Image_getJpegSize"}, image);
     checkSlot(14, &S::nativeGetBufferfromImage, {"2 nativeGetBufferfromImage"}, image);
@@ -121,23 +117,22 @@ TEST_F(EntryPointsTest, EachSlotReachesTheOperationOfTheTable) {
     checkSlot(17, &S::nativeConnectSurface, {"6 nativeConnectSurface: Could not retrieve surface."},
               nullptr);
     checkSlot(18, &S::nativeDisconnectSurface, {"2 nativeDisconnectSurface"}, nullptr);
-    checkSlot(19, &S::nativeProduceFrameWithYuv420, {"6 nativeProduceFrameWithYuv420" + noWindow},
+    checkSlot(19, &S::nativeProduceFrameWithYuv420, {"6 nativeProduceFrameWithYuv420" + nw},
               nullptr, nullptr);
     checkSlot(20, &S::nativeProduceFrameWithNV21FromBuffer,
-              {"6 nativeProduceFrameWithNV21FromBuffer" + noWindow}, nullptr, nullptr, 1, 1, 1, 1);
-    checkSlot(21, &S::nativeSetNextTimestamp, {"6 nativeSetNextTimestamp" + noWindow}, nullptr, 1);
+              {"6 nativeProduceFrameWithNV21FromBuffer" + nw}, nullptr, nullptr, 1, 1, 1, 1);
+    checkSlot(21, &S::nativeSetNextTimestamp, {"6 nativeSetNextTimestamp" + nw}, nullptr, 1);
     checkSlot(22, &S::nativeSetDequeueTimeout,
               {"6 nativeSetDequeueTimeout: Could not retrieve surface."}, nullptr, 1);
     checkSlot(23, &S::nativeGetDataSpaceFromImage, {"2 nativeGetDataSpaceFromImage"}, image);
-    checkSlot(24, &S::nativeSetDataSpaceToSurface, {"6 nativeSetDataSpaceToSurface" + noWindow},
-              nullptr, 1);
-    checkSlot(25, &S::nativeSetSurfaceMirror,
-              {"2 nativeSetSurfaceMirror", "6 nativeSetSurfaceTransform" + noWindow}, nullptr, 1, 1,
+    checkSlot(24, &S::nativeSetDataSpaceToSurface, {"6 nativeSetDataSpaceToSurface" + nw}, nullptr,
               1);
-    checkSlot(26, &S::nativeDetectSurfaceType, {"6 nativeDetectSurfaceType" + noWindow}, nullptr);
-    checkSlot(27, &S::nativeDetectSurfaceDataspace, {"6 nativeDetectSurfaceDataspace" + noWindow},
+    checkSlot(25, &S::nativeSetSurfaceMirror,
+              {"2 nativeSetSurfaceMirror", "6 nativeSetSurfaceTransform" + nw}, nullptr, 1, 1, 1);
+    checkSlot(26, &S::nativeDetectSurfaceType, {"6 nativeDetectSurfaceType" + nw}, nullptr);
+    checkSlot(27, &S::nativeDetectSurfaceDataspace, {"6 nativeDetectSurfaceDataspace" + nw},
               nullptr);
-    checkSlot(28, &S::nativeDetectSurfaceUsageFlags, {"6 nativeDetectSurfaceUsageFlags" + noWindow},
+    checkSlot(28, &S::nativeDetectSurfaceUsageFlags, {"6 nativeDetectSurfaceUsageFlags" + nw},
               nullptr);
     checkSlot(29, &S::nativeProduceFrameToHardwareBuffer,
               {"5 nativeProduceFrameToHardwareBuffer: HardwareBuffer already released!!!"}, nullptr,
