@@ -15,17 +15,6 @@ namespace {
 
 class JniSupportTest : public JniTest {
 protected:
-    void throwNew(const char* className, const char* message) {
-        jclass cls = env->FindClass(className);
-        ASSERT_NE(cls, nullptr);
-        if (message != nullptr) {
-            ASSERT_EQ(env->ThrowNew(cls, message), 0);
-        } else {
-            jmethodID ctor = env->GetMethodID(cls, "<init>", "()V");
-            ASSERT_EQ(env->Throw(static_cast<jthrowable>(env->NewObject(cls, ctor))), 0);
-        }
-    }
-
     // Both lookups of `surface` fail with `className` pending, with their own messages.
     void expectLookupsThrow(jobject surface, const std::string& className,
                             const std::string& windowMessage, const std::string& surfaceMessage) {
@@ -56,30 +45,21 @@ TEST_F(JniSupportTest, SurfaceLookupsThrowWhenThereIsNoNativeObject) {
 }
 
 // The message string is made before the pending exception: making it while an exception is
-// pending would itself be a JNI misuse.
+// pending would itself be a JNI misuse. The pending one is summarised by its class and message.
 TEST_F(JniSupportTest, PendingExceptionIsDiscardedWithItsSummary) {
-    jstring message = env->NewStringUTF("bad 7");
-    throwNew("java/lang/IllegalStateException", "m");
-    EXPECT_EQ(android::jnihelp::ThrowException(env, "java/lang/IllegalArgumentException",
-                                               "(Ljava/lang/String;)V", message),
-              0);
-    expectPendingException(env, "java.lang.IllegalArgumentException", "bad 7");
-    EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
-              std::vector<std::string>{"Discarding pending exception "
-                                       "(java.lang.IllegalStateException: m) to throw "
-                                       "java/lang/IllegalArgumentException"});
-
-    // Without a message, by its class.
-    host::clearCapturedLogs();
-    message = env->NewStringUTF("pixels");
-    throwNew("java/lang/UnsupportedOperationException", nullptr);
-    android::jnihelp::ThrowException(env, "java/lang/NullPointerException", "(Ljava/lang/String;)V",
-                                     message);
-    expectPendingException(env, "java.lang.NullPointerException", "pixels");
-    EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
-              std::vector<std::string>{"Discarding pending exception "
-                                       "(java.lang.UnsupportedOperationException) to throw "
-                                       "java/lang/NullPointerException"});
+    for (const char* message : {"m", static_cast<const char*>(nullptr)}) {
+        host::clearCapturedLogs();
+        jstring text = env->NewStringUTF("bad 7");
+        env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), message);
+        EXPECT_EQ(android::jnihelp::ThrowException(env, "java/lang/IllegalArgumentException",
+                                                   "(Ljava/lang/String;)V", text),
+                  0);
+        expectPendingException(env, "java.lang.IllegalArgumentException", "bad 7");
+        const std::string pending = std::string("IllegalStateException") + (message ? ": m" : "");
+        EXPECT_EQ(logTexts(kJniHelpTag, ANDROID_LOG_WARN),
+                  std::vector<std::string>{"Discarding pending exception (java.lang." + pending +
+                                           ") to throw java/lang/IllegalArgumentException"});
+    }
 }
 
 // Messages are cut to 511 characters; a null message string constructs the exception without one.
@@ -97,21 +77,25 @@ TEST_F(JniSupportTest, MessagesAreCutTo511CharactersOrLeftOut) {
 }
 
 TEST_F(JniSupportTest, MissingClassOrConstructorFailsWithTheJvmsErrorPending) {
-    EXPECT_EQ(jniThrowExceptionFmt(env, "java/lang/NoSuchThrowable", "x"), -1);
-    EXPECT_TRUE(logged(kJniHelpTag, ANDROID_LOG_ERROR,
-                       "Unable to find exception class java/lang/NoSuchThrowable"));
-    std::optional<JavaException> e = takePendingException(env);
-    ASSERT_TRUE(e.has_value());
-    EXPECT_EQ(e->className, "java.lang.NoClassDefFoundError");
-
-    // java.lang.Object has no constructor taking a String.
-    EXPECT_EQ(jniThrowExceptionFmt(env, "java/lang/Object", "x"), -1);
-    EXPECT_TRUE(
-            logged(kJniHelpTag, ANDROID_LOG_ERROR,
-                   "Failed to find constructor for 'java/lang/Object' '(Ljava/lang/String;)V'"));
-    e = takePendingException(env);
-    ASSERT_TRUE(e.has_value());
-    EXPECT_EQ(e->className, "java.lang.NoSuchMethodError");
+    const struct {
+        const char* className;
+        const char* line;
+        const char* pending;
+    } cases[] = {
+            {"java/lang/NoSuchThrowable",
+             "Unable to find exception class java/lang/NoSuchThrowable",
+             "java.lang.NoClassDefFoundError"},
+            // java.lang.Object has no constructor taking a String.
+            {"java/lang/Object",
+             "Failed to find constructor for 'java/lang/Object' '(Ljava/lang/String;)V'",
+             "java.lang.NoSuchMethodError"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(jniThrowExceptionFmt(env, c.className, "x"), -1);
+        EXPECT_TRUE(logged(kJniHelpTag, ANDROID_LOG_ERROR, c.line));
+        std::optional<JavaException> e = takePendingException(env);
+        EXPECT_EQ(e ? e->className : "", c.pending);
+    }
 }
 
 }  // namespace
