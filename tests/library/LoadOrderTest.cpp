@@ -3,33 +3,28 @@
 // test loads the library itself, with dlopen interposed (this executable's definition comes first
 // in the global scope) to mark where each unit opened its reader among the captured log lines.
 
-#include <android/log.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <hostcontrol/LogCapture.h>
-#include <hostproperties/HostProperties.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
+#include "LibraryTestSupport.h"
 #include "surface/PropertyGet_Helper.h"
-#include "surface/SurfaceNativeUtil.h"
 #include "testsupport/JniTest.h"
 
 namespace {
 
 bool gRecording = false;
 std::vector<std::string> gEvents;  // log lines and reader openings, in the order they happened
+size_t gLogsSeen = 0;
 
-void recordLogsSoFar(size_t* seen) {
+// Adds the library's lines captured since the last call to the events.
+void recordLogsSoFar() {
     std::vector<host::LogLine> lines = host::capturedLogs();
-    for (; *seen < lines.size(); ++*seen) {
-        if (lines[*seen].tag == "NuvraSurfaceUtil") gEvents.push_back(lines[*seen].text);
+    for (; gLogsSeen < lines.size(); ++gLogsSeen) {
+        if (lines[gLogsSeen].tag == "NuvraSurfaceUtil") gEvents.push_back(lines[gLogsSeen].text);
     }
 }
-
-size_t gLogsSeen = 0;
 
 }  // namespace
 
@@ -38,7 +33,7 @@ extern "C" void* dlopen(const char* file, int mode) {
     static const auto next = reinterpret_cast<DlopenFn>(dlsym(RTLD_NEXT, "dlopen"));
     if (gRecording && file != nullptr && strcmp(file, PROPERTY_LIBRARY_NAME) == 0 &&
         (mode & RTLD_NOLOAD) != 0) {
-        recordLogsSoFar(&gLogsSeen);
+        recordLogsSoFar();
         gEvents.push_back("property reader opened");
     }
     return next(file, mode);
@@ -50,13 +45,13 @@ namespace {
 using LoadOrderTest = JniTest;
 
 TEST_F(LoadOrderTest, MainUnitIsInitialisedBeforePlatformUtil) {
-    host::setProperty("log.tag.VANTORA_CAMERA", "V");
+    setLogLevel("V");
     host::clearCapturedLogs();
     gEvents.clear();
     gLogsSeen = 0;
     gRecording = true;
     void* library = dlopen(NUVRA_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-    recordLogsSoFar(&gLogsSeen);
+    recordLogsSoFar();
     gRecording = false;
     ASSERT_NE(library, nullptr) << dlerror();
 
@@ -72,11 +67,8 @@ TEST_F(LoadOrderTest, MainUnitIsInitialisedBeforePlatformUtil) {
     EXPECT_NE(get(), nullptr);
     host::clearCapturedLogs();
     EXPECT_EQ(dlclose(library), 0);
-    std::vector<std::string> unloadLines;
-    for (const host::LogLine& line : host::capturedLogs()) {
-        if (line.tag == "NuvraSurfaceUtil") unloadLines.push_back(line.text);
-    }
-    EXPECT_EQ(std::vector<std::string>{"SurfaceNativeUtil destroyed."}, unloadLines);
+    EXPECT_EQ(allLogLines(),
+              std::vector<std::string>{"2/NuvraSurfaceUtil: SurfaceNativeUtil destroyed."});
 }
 
 }  // namespace

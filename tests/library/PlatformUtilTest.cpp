@@ -7,28 +7,29 @@
 #include <hostproperties/HostProperties.h>
 
 #include <cstdlib>
-#include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/PlatformUtil.h"
 
 namespace {
 
-int countLines(const char* tag, int priority, const std::string& text) {
-    int n = 0;
-    for (const host::LogLine& line : host::capturedLogs()) {
-        if (line.tag == tag && line.priority == priority && line.text == text) ++n;
+// The captured lines as "<priority> <tag>: <text>".
+std::vector<std::string> logLines() {
+    std::vector<std::string> lines;
+    for (const host::LogLine& l : host::capturedLogs()) {
+        lines.push_back(std::to_string(l.priority) + " " + l.tag + ": " + l.text);
     }
-    return n;
+    return lines;
 }
 
-// In a child: sets "ro.board.platform" (nullopt: unset), asks twice, and exits with the answer
+// In a child: sets "ro.board.platform" (nullptr: unset), asks twice, and exits with the answer
 // when both agree and the answer was logged exactly once, else with 100.
-[[noreturn]] void yuvOrderChild(const std::optional<std::string>& board) {
+[[noreturn]] void yuvOrderChild(const char* board) {
     host::setLogEcho(false);
     host::clearProperty("log.tag.VANTORA_CAMERA");
     if (board) {
-        host::setProperty("ro.board.platform", *board);
+        host::setProperty("ro.board.platform", board);
     } else {
         host::clearProperty("ro.board.platform");
     }
@@ -37,28 +38,27 @@ int countLines(const char* tag, int priority, const std::string& text) {
     // A later change of the property is not seen: the answer is cached.
     host::setProperty("ro.board.platform", first == YUV_ORDER_NV12 ? "unknown" : "kona");
     YuvOrder second = PlatformUtil::getCurrentYuvOrder();
-    const char* expected =
-            first == YUV_ORDER_NV12 ? "Current YUV order is NV12" : "Current YUV order is NV21";
-    bool loggedOnce = countLines("PlatformUtil", ANDROID_LOG_DEBUG, expected) == 1 &&
-                      host::capturedLogs().size() == 1;
+    const std::string order = first == YUV_ORDER_NV12 ? "NV12" : "NV21";
+    bool loggedOnce =
+            logLines() == std::vector<std::string>{"3 PlatformUtil: Current YUV order is " + order};
     _exit(first == second && loggedOnce ? first : 100);
 }
 
-void expectYuvOrder(const std::optional<std::string>& board, int expected) {
+void expectYuvOrder(const char* board, int expected) {
     EXPECT_EXIT(yuvOrderChild(board), ::testing::ExitedWithCode(expected), "")
-            << "board '" << board.value_or("<unset>") << "'";
+            << "board '" << (board ? board : "<unset>") << "'";
 }
 
 // The named Qualcomm boards are NV12, everything else (near misses, other vendors, unset) NV21.
 TEST(PlatformUtilTest, YuvOrderFollowsTheBoard) {
     for (const char* board : {"msmnile", "kona", "lahaina", "sm6150", "lito", "atoll"}) {
-        expectYuvOrder(std::string(board), YUV_ORDER_NV12);
+        expectYuvOrder(board, YUV_ORDER_NV12);
     }
     for (const char* board :
          {"kona-v2", "Kona", "KONA", "kona ", " kona", "lahain", "sdm845", "taro", "mt6893", ""}) {
-        expectYuvOrder(std::string(board), YUV_ORDER_NV21);
+        expectYuvOrder(board, YUV_ORDER_NV21);
     }
-    expectYuvOrder(std::nullopt, YUV_ORDER_NV21);
+    expectYuvOrder(nullptr, YUV_ORDER_NV21);
 }
 
 TEST(PlatformUtilTest, VendorIsTheBuildsAndLogsOnlyAtVerbose) {
@@ -66,16 +66,13 @@ TEST(PlatformUtilTest, VendorIsTheBuildsAndLogsOnlyAtVerbose) {
     host::clearCapturedLogs();
     host::clearProperty("log.tag.VANTORA_CAMERA");
     EXPECT_EQ(PlatformUtil::getCurrentVendor(), VENDOR_QCOM);
-    EXPECT_EQ(countLines("PlatformUtil", ANDROID_LOG_VERBOSE,
-                         "getCurrentVendor: Current vendor is QCOM"),
-              0);
+    EXPECT_TRUE(logLines().empty());
     host::setProperty("log.tag.VANTORA_CAMERA", "V");
     host::setProperty("ro.board.platform", "mt6893");  // not consulted
     EXPECT_EQ(PlatformUtil::getCurrentVendor(), VENDOR_QCOM);
     EXPECT_EQ(PlatformUtil::getCurrentVendor(), VENDOR_QCOM);
-    EXPECT_EQ(countLines("PlatformUtil", ANDROID_LOG_VERBOSE,
-                         "getCurrentVendor: Current vendor is QCOM"),
-              2);
+    EXPECT_EQ(logLines(), std::vector<std::string>(
+                                  2, "2 PlatformUtil: getCurrentVendor: Current vendor is QCOM"));
     host::clearProperty("log.tag.VANTORA_CAMERA");
 }
 
