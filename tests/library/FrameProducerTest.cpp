@@ -208,7 +208,7 @@ TEST_F(FrameProducerTest, FramesAreWrittenAsEachTargetHoldsThem) {
             {nullptr, kRgb565, kNv21, 34, 1, 2 * 34},
             {nullptr, kRgb565, kNv21, 34, 5},
             {nullptr, kRgb565, kNv21, 34, 1},
-            {nullptr, kVenusNv21, kNv21, 64, 20, 0, nullptr, kQcomOnly},
+            {nullptr, kVenusNv21, kNv21, 64, 40, 0, nullptr, kQcomOnly},
             {nullptr, kVenusNv12, kNv21, 128, 6, 0, nullptr, kQcomOnly},
             {nullptr, kVenusNv12, kNv21, 40, 6, 0, nullptr, kQcomOnly},
             {"phone-nv21", kBlob, kBlob, 1008, 1, 1000},
