@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <ostream>
 #include <random>
 #include <string>
@@ -36,22 +37,19 @@ class GuardedBuffer {
 public:
     enum class Fence { After, Before };
 
-    GuardedBuffer(size_t size, Fence fence) : size_(size) {
+    explicit GuardedBuffer(size_t size, Fence fence = Fence::After) : size_(size) {
         const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
         const size_t dataPages = (size + page - 1) / page;
         mappedBytes_ = (dataPages + 2) * page;
-        void* map = mmap(nullptr, mappedBytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
-                         -1, 0);
-        if (map == MAP_FAILED) return;
-        map_ = static_cast<uint8_t*>(map);
+        map_ = static_cast<uint8_t*>(mmap(nullptr, mappedBytes_, PROT_READ | PROT_WRITE,
+                                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        if (map_ == MAP_FAILED) throw std::bad_alloc();
         mprotect(map_, page, PROT_NONE);
         mprotect(map_ + (dataPages + 1) * page, page, PROT_NONE);
         data_ = fence == Fence::After ? map_ + (dataPages + 1) * page - size : map_ + page;
         memset(data_, kCanary, size);
     }
-    ~GuardedBuffer() {
-        if (map_ != nullptr) munmap(map_, mappedBytes_);
-    }
+    ~GuardedBuffer() { munmap(map_, mappedBytes_); }
     GuardedBuffer(const GuardedBuffer&) = delete;
     GuardedBuffer& operator=(const GuardedBuffer&) = delete;
 
@@ -60,10 +58,9 @@ public:
     std::vector<uint8_t> bytes() const { return std::vector<uint8_t>(data_, data_ + size_); }
 
 private:
-    uint8_t* map_ = nullptr;
-    uint8_t* data_ = nullptr;
-    size_t size_ = 0;
-    size_t mappedBytes_ = 0;
+    uint8_t* map_;
+    uint8_t* data_;
+    size_t size_, mappedBytes_;
 };
 
 inline int modelY(int r, int g, int b) {
@@ -137,10 +134,9 @@ enum class Fill { Random, Extremes, Black, White };
 inline void fillBytes(uint8_t* p, size_t n, Fill fill, std::mt19937& rng) {
     std::uniform_int_distribution<int> byte(0, 255);
     for (size_t i = 0; i < n; ++i) {
-        const int b = fill == Fill::Random     ? byte(rng)
-                      : fill == Fill::Extremes ? (byte(rng) & 1) * 255
-                                               : 0;
-        p[i] = static_cast<uint8_t>(fill == Fill::White ? 255 : b);
+        p[i] = static_cast<uint8_t>(fill == Fill::Random     ? byte(rng)
+                                    : fill == Fill::Extremes ? (byte(rng) & 1) * 255
+                                                             : (fill == Fill::White) * 255);
     }
 }
 
