@@ -1,12 +1,14 @@
 // Every variant (unsupported ones run the scalar rows) against the model and the scalar reference
-// over many sizes, strides, chroma layouts and pixel contents; and the bounds: buffers fenced by
-// inaccessible pages on either side, canary bytes in every gap and margin.
+// over many sizes, strides, chroma layouts and pixel contents, and the high-byte extraction on
+// worked samples and against the scalar rows; and the bounds: buffers fenced by inaccessible pages
+// on either side, canary bytes in every gap and margin.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <vector>
 
 #include "KernelTestSupport.h"
+#include "surface/kernels/HighBytes.h"
 #include "surface/kernels/RowFunctions.h"
 
 namespace nuvra::kernels::test {
@@ -37,25 +39,19 @@ struct Geometry {
 constexpr size_t kMargin = 40;
 
 Geometry geometry(Layout layout, size_t w, size_t h, size_t pad, size_t lead, size_t tail) {
-    const size_t cw = (w + 1) / 2;
-    const size_t ch = (h + 1) / 2;
-    Geometry g;
-    g.yOff = lead;
-    g.yStride = w + pad;
-    const size_t yEnd = g.yOff + g.yStride * h;
-    g.step = layout == Layout::Planar ? 1 : layout == Layout::Step3 ? 3 : 2;
-    g.cStride = g.step * cw + pad;  // planar: one plane per component
-    g.crOff = layout == Layout::NV12 ? yEnd + 1 : yEnd;
-    g.cbOff = layout == Layout::NV12 ? yEnd : yEnd + 1;
-    g.total = yEnd + g.cStride * ch;
+    const size_t step = layout == Layout::Planar ? 1 : layout == Layout::Step3 ? 3 : 2;
+    const size_t yStride = w + pad, cStride = step * ((w + 1) / 2) + pad;  // planar: per plane
+    const size_t yEnd = lead + yStride * h, chroma = cStride * ((h + 1) / 2);
+    Geometry g{yEnd + chroma, lead, yEnd, yEnd + 1, step, yStride, cStride};
+    if (layout == Layout::NV12) std::swap(g.crOff, g.cbOff);
     if (layout == Layout::Planar) {
-        g.cbOff = yEnd + g.cStride * ch;
-        g.total = g.cbOff + g.cStride * ch;
+        g.cbOff = g.total;
+        g.total += chroma;
     } else if (layout == Layout::Overlapping) {
         // The chroma starts in the middle of the Y plane.
-        g.crOff = g.yOff + (g.yStride * h) / 2;
+        g.crOff = lead + yStride * h / 2;
         g.cbOff = g.crOff + 1;
-        g.total = std::max(yEnd, g.crOff + g.cStride * ch);
+        g.total = std::max(yEnd, g.crOff + chroma);
     }
     g.total += tail;
     return g;
@@ -85,18 +81,16 @@ TEST_P(KernelVariantTest, RgbaToYuv420MatchesModelAndScalarInsideFencedBuffers) 
                     const Geometry g =
                             geometry(layout, w, h, pad, after ? kMargin : 0, after ? 0 : kMargin);
                     GuardedBuffer out(g.total, fence);
-                    uint8_t* o = out.data();
+                    expected.assign(g.total, kCanary);
+                    scalar.assign(g.total, kCanary);
+                    uint8_t *o = out.data(), *e = expected.data(), *r = scalar.data();
                     rgbaToYuv420(GetParam(), rgba.data(), w, h, o + g.yOff, o + g.crOff,
                                  o + g.cbOff, g.step, g.yStride, g.cStride);
-                    expected.assign(g.total, kCanary);
-                    uint8_t* e = expected.data();
                     modelRgbaToYuv420(rgba.data(), w, h, e + g.yOff, e + g.crOff, e + g.cbOff,
                                       g.step, g.yStride, g.cStride);
-                    ASSERT_EQ(out.bytes(), expected);
-                    scalar.assign(g.total, kCanary);
-                    uint8_t* r = scalar.data();
                     rgbaToYuv420(KernelVariant::Scalar, rgba.data(), w, h, r + g.yOff, r + g.crOff,
                                  r + g.cbOff, g.step, g.yStride, g.cStride);
+                    ASSERT_EQ(out.bytes(), expected);
                     ASSERT_EQ(out.bytes(), scalar);
                 }
             }
@@ -214,6 +208,53 @@ TEST_P(KernelVariantTest, CopyPlaneSwapPairsByRowsOrWholePlane) {
         }
         ASSERT_EQ(dst, expected);
         ASSERT_EQ(swappedDst, swappedExpected);
+    }
+}
+
+TEST_P(KernelVariantTest, HighBytesKeepTheHighByteOfEachLittleEndianWord) {
+    // Words 0x1234, 0xABCD, 0x00FF, 0xFF00, 0x8001 (luma) and 0x7F80, 0x0102 (chroma).
+    const uint8_t luma[] = {0x34, 0x12, 0xCD, 0xAB, 0xFF, 0x00, 0x00, 0xFF, 0x01, 0x80};
+    const uint8_t chroma[] = {0x80, 0x7F, 0x02, 0x01};
+    const uint8_t lumaHigh[] = {0x12, 0xAB, 0x00, 0xFF, 0x80}, chromaHigh[] = {0x7F, 0x01};
+    // Frames of n pixels: n luma samples, then n / 2 chroma (none for a single pixel).
+    for (size_t pixels : {5, 4, 3, 1, 0}) {
+        SCOPED_TRACE(pixels);
+        std::vector<uint8_t> expected(lumaHigh, lumaHigh + pixels);
+        expected.insert(expected.end(), chromaHigh, chromaHigh + pixels / 2);
+        std::vector<uint8_t> out(expected.size() + 1, kCanary);
+        extractHighByteFrame(GetParam(), out.data(), luma, chroma, pixels);
+        EXPECT_EQ(out.back(), kCanary);
+        out.pop_back();
+        EXPECT_EQ(out, expected);
+    }
+}
+
+// Every length 0-300 and some long ones (past the streaming threshold too), fenced after the data
+// (the samples then start at every even offset from a vector boundary) and before it; the whole
+// frame too, with its two planes and the output fenced.
+TEST_P(KernelVariantTest, HighBytesMatchScalarInsideFencedBuffers) {
+    std::mt19937 rng(1616);
+    std::vector<size_t> counts;
+    for (size_t n = 0; n <= 300; ++n) counts.push_back(n);
+    counts.insert(counts.end(), {1023, 65537, (size_t{4} << 20) + 37});
+    for (size_t count : counts) {
+        for (auto fence : {GuardedBuffer::Fence::After, GuardedBuffer::Fence::Before}) {
+            SCOPED_TRACE(testing::Message() << count << " samples, fence " << int(fence));
+            GuardedBuffer samples(2 * count, fence);
+            fillBytes(samples.data(), samples.size(), Fill::Random, rng);
+            GuardedBuffer out(count, fence), ref(count, fence);
+            extractHighBytes(GetParam(), out.data(), samples.data(), count);
+            extractHighBytes(KernelVariant::Scalar, ref.data(), samples.data(), count);
+            ASSERT_EQ(out.bytes(), ref.bytes());
+
+            GuardedBuffer chroma(2 * (count / 2), fence);
+            fillBytes(chroma.data(), chroma.size(), Fill::Random, rng);
+            GuardedBuffer frame(count + count / 2, fence), frameRef(count + count / 2, fence);
+            extractHighByteFrame(GetParam(), frame.data(), samples.data(), chroma.data(), count);
+            extractHighByteFrame(KernelVariant::Scalar, frameRef.data(), samples.data(),
+                                 chroma.data(), count);
+            ASSERT_EQ(frame.bytes(), frameRef.bytes());
+        }
     }
 }
 
