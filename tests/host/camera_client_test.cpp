@@ -1,5 +1,5 @@
-// libcamera_client: android::CameraMetadata (typed entries, in-place updates, refused types,
-// copies) and CameraUtils::getRotationTransform for every lens facing, sensor orientation and
+// libcamera_client: android::CameraMetadata (typed entries, in-place updates, copies, refused
+// types) and CameraUtils::getRotationTransform for every lens facing, sensor orientation and
 // mirror mode.
 
 #include <android/log.h>
@@ -25,8 +25,6 @@ bool logged(const std::string& tag, int priority, const std::string& fragment) {
     }
     return false;
 }
-
-// ---- CameraMetadata ----
 
 TEST(CameraMetadataTest, EntriesKeepTheirTypeValuesAndInsertionIndex) {
     CameraMetadata metadata;
@@ -71,7 +69,7 @@ TEST(CameraMetadataTest, EntriesKeepTheirTypeValuesAndInsertionIndex) {
     }
 }
 
-TEST(CameraMetadataTest, UpdateReplacesValuesInPlaceAndEraseRemoves) {
+TEST(CameraMetadataTest, UpdateReplacesInPlaceEraseRemovesAndCopiesAreIndependent) {
     CameraMetadata metadata;
     const int32_t first[] = {0, 0, 4000, 3000};
     const int32_t second[] = {8, 8};
@@ -103,8 +101,17 @@ TEST(CameraMetadataTest, UpdateReplacesValuesInPlaceAndEraseRemoves) {
     EXPECT_TRUE(metadata.exists(ANDROID_JPEG_ORIENTATION));
     EXPECT_EQ(metadata.find(ANDROID_JPEG_ORIENTATION).count, 0u);
 
+    // A copy changes on its own; an entry of one copies into another.
+    CameraMetadata copy(metadata), other;
+    const uint8_t back = ANDROID_LENS_FACING_BACK;
+    ASSERT_EQ(copy.update(ANDROID_LENS_FACING, &back, 1), OK);
+    EXPECT_EQ(metadata.find(ANDROID_LENS_FACING).data.u8[0], ANDROID_LENS_FACING_FRONT);
+    ASSERT_EQ(other.update(static_cast<const CameraMetadata&>(copy).find(ANDROID_LENS_FACING)), OK);
+    EXPECT_EQ(other.find(ANDROID_LENS_FACING).data.u8[0], ANDROID_LENS_FACING_BACK);
+
     metadata.clear();
     EXPECT_TRUE(metadata.isEmpty());
+    EXPECT_EQ(copy.entryCount(), 2u);
 }
 
 TEST(CameraMetadataTest, UpdatesOfTheWrongTypeOrAnUnknownTagAreRefused) {
@@ -134,36 +141,10 @@ TEST(CameraMetadataTest, UpdatesOfTheWrongTypeOrAnUnknownTagAreRefused) {
     EXPECT_EQ(metadata.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 180);
 }
 
-TEST(CameraMetadataTest, CopiesAreIndependentAndEntriesCopyAcross) {
-    CameraMetadata original;
-    const int32_t orientation = 90;
-    ASSERT_EQ(original.update(ANDROID_SENSOR_ORIENTATION, &orientation, 1), OK);
-
-    CameraMetadata copy(original);
-    const int32_t changed = 180;
-    ASSERT_EQ(copy.update(ANDROID_SENSOR_ORIENTATION, &changed, 1), OK);
-    EXPECT_EQ(original.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 90);
-
-    CameraMetadata other;
-    ASSERT_EQ(other.update(static_cast<const CameraMetadata&>(original).find(
-                      ANDROID_SENSOR_ORIENTATION)),
-              OK);
-    EXPECT_EQ(other.find(ANDROID_SENSOR_ORIENTATION).data.i32[0], 90);
-}
-
-// ---- CameraUtils::getRotationTransform ----
-
-// Buffer transform bits.
-constexpr int32_t kFlipH = 1;
-constexpr int32_t kFlipV = 2;
-constexpr int32_t kRot90 = 4;
-constexpr int32_t kRot180 = 3;
-constexpr int32_t kRot270 = 7;
+// Buffer transform bits, and lens facings.
+constexpr int32_t kFlipH = 1, kFlipV = 2, kRot90 = 4, kRot180 = 3, kRot270 = 7;
 constexpr int32_t kInverseDisplay = 8;
-
-constexpr int kFront = 0;
-constexpr int kBack = 1;
-constexpr int kExternal = 2;
+constexpr int kFront = 0, kBack = 1, kExternal = 2;
 
 CameraMetadata staticInfo(int facing, int32_t orientation) {
     CameraMetadata metadata;
@@ -182,10 +163,13 @@ constexpr int32_t kUnmirrored[4] = {0, kRot90, kRot180, kRot270};
 constexpr int32_t kFlippedH[4] = {kFlipH, kFlipH ^ kRot270, kFlipH ^ kRot180, kFlipH ^ kRot90};
 constexpr int32_t kFlippedV[4] = {kFlipV, kFlipV ^ kRot270, kFlipV ^ kRot180, kFlipV ^ kRot90};
 
+// A mirror mode that the platform does not know (9) mirrors nothing. (Transforms in plain numbers:
+// SurfaceConfigurationTest.TransformsOfFacingOrientationAndMirrorMode in the library's tests.)
 TEST(CameraRotationTransformTest, EveryFacingOrientationMirrorModeAndInverseDisplay) {
     for (int facing : {kFront, kBack, kExternal}) {
-        for (int mode : {CameraUtils::MIRROR_MODE_AUTO, CameraUtils::MIRROR_MODE_NONE,
-                         CameraUtils::MIRROR_MODE_H, CameraUtils::MIRROR_MODE_V}) {
+        for (int mode : std::initializer_list<int>{
+                     CameraUtils::MIRROR_MODE_AUTO, CameraUtils::MIRROR_MODE_NONE,
+                     CameraUtils::MIRROR_MODE_H, CameraUtils::MIRROR_MODE_V, 9}) {
             const bool flipH = mode == CameraUtils::MIRROR_MODE_H ||
                                (mode == CameraUtils::MIRROR_MODE_AUTO && facing == kFront);
             const int32_t* row = flipH                                ? kFlippedH
@@ -206,63 +190,46 @@ TEST(CameraRotationTransformTest, EveryFacingOrientationMirrorModeAndInverseDisp
     }
 }
 
-// A mirror mode the platform does not know mirrors nothing. (Transforms in plain numbers: see
-// SurfaceConfigurationTest.TransformsOfFacingOrientationAndMirrorMode in the library's tests.)
-TEST(CameraRotationTransformTest, AnUnknownMirrorModeMirrorsNothing) {
-    int32_t transform = 0;
-    ASSERT_EQ(CameraUtils::getRotationTransform(staticInfo(kFront, 180), 9, false, &transform), OK);
-    EXPECT_EQ(transform, kRot180);
-}
-
 class CameraRotationFailureTest : public ::testing::Test {
 protected:
     void SetUp() override {
         host::setLogEcho(false);
-        host::clearCapturedLogs();
         host::resetFaultsAndCalls();
     }
-    void TearDown() override { host::resetFaultsAndCalls(); }
-};
 
-TEST_F(CameraRotationFailureTest, OrientationsOtherThanRightAnglesAreRejected) {
-    for (int mirrorMode : {CameraUtils::MIRROR_MODE_NONE, CameraUtils::MIRROR_MODE_H}) {
-        for (int32_t orientation : {45, -90, 360, 1}) {
-            int32_t transform = 99;
-            EXPECT_EQ(CameraUtils::getRotationTransform(staticInfo(kBack, orientation), mirrorMode,
-                                                        true, &transform),
-                      INVALID_OPERATION)
-                    << orientation;
-            EXPECT_EQ(transform, 0) << orientation;
-        }
-    }
-    EXPECT_TRUE(logged("CameraUtils", ANDROID_LOG_ERROR,
-                       "Invalid HAL android.sensor.orientation value: 45"));
-}
-
-// Each missing entry is refused with its log line; an entry without values counts as missing.
-TEST_F(CameraRotationFailureTest, MissingEntriesAreRejected) {
-    CameraMetadata onlyOrientation = staticInfo(kBack, 90);
-    onlyOrientation.erase(ANDROID_LENS_FACING);
-    CameraMetadata onlyFacing = staticInfo(kBack, 90);
-    onlyFacing.erase(ANDROID_SENSOR_ORIENTATION);
-    CameraMetadata emptyOrientation = staticInfo(kBack, 90);
-    ASSERT_EQ(emptyOrientation.update(ANDROID_SENSOR_ORIENTATION,
-                                      static_cast<const int32_t*>(nullptr), 0),
-              OK);
-    const std::pair<const CameraMetadata*, const char*> cases[] = {
-            {&onlyFacing, "Can't find android.sensor.orientation"},
-            {&onlyOrientation, "Can't find android.lens.facing"},
-            {&emptyOrientation, "Can't find android.sensor.orientation"},
-    };
-    for (const auto& [metadata, line] : cases) {
+    // The call refuses `metadata`, zeroing the transform, with `line` at error level.
+    static void expectRefused(const CameraMetadata& metadata, int mirrorMode,
+                              const std::string& line) {
+        SCOPED_TRACE(line);
         host::clearCapturedLogs();
         int32_t transform = 99;
-        EXPECT_EQ(CameraUtils::getRotationTransform(*metadata, 0, true, &transform),
-                  INVALID_OPERATION)
-                << line;
+        EXPECT_EQ(CameraUtils::getRotationTransform(metadata, mirrorMode, true, &transform),
+                  INVALID_OPERATION);
         EXPECT_EQ(transform, 0);
         EXPECT_TRUE(logged("CameraUtils", ANDROID_LOG_ERROR, line));
     }
+};
+
+// Orientations other than right angles, in the unmirrored and the mirrored branch; missing
+// entries, an entry without values counting as missing; no transform to write.
+TEST_F(CameraRotationFailureTest, OddOrientationsAndMissingEntriesAreRejected) {
+    for (int mirrorMode : {CameraUtils::MIRROR_MODE_NONE, CameraUtils::MIRROR_MODE_H}) {
+        for (int32_t orientation : {45, -90, 360, 1}) {
+            expectRefused(
+                    staticInfo(kBack, orientation), mirrorMode,
+                    "Invalid HAL android.sensor.orientation value: " + std::to_string(orientation));
+        }
+    }
+    CameraMetadata noFacing = staticInfo(kBack, 90), noOrientation = staticInfo(kBack, 90),
+                   emptyOrientation = staticInfo(kBack, 90);
+    noFacing.erase(ANDROID_LENS_FACING);
+    noOrientation.erase(ANDROID_SENSOR_ORIENTATION);
+    ASSERT_EQ(emptyOrientation.update(ANDROID_SENSOR_ORIENTATION,
+                                      static_cast<const int32_t*>(nullptr), 0),
+              OK);
+    expectRefused(noFacing, 0, "Can't find android.lens.facing");
+    expectRefused(noOrientation, 0, "Can't find android.sensor.orientation");
+    expectRefused(emptyOrientation, 0, "Can't find android.sensor.orientation");
     EXPECT_EQ(CameraUtils::getRotationTransform(staticInfo(kBack, 90), 0, true, nullptr),
               BAD_VALUE);
 }

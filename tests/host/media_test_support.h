@@ -43,10 +43,9 @@ protected:
     void SetUp() override {
         nuvra::test::JniTest::SetUp();
         readerClass = env->FindClass("android/media/ImageReader");
-        imageClass = env->FindClass("android/media/ImageReader$SurfaceImage");
+        jclass imageClass = env->FindClass("android/media/ImageReader$SurfaceImage");
         ASSERT_TRUE(readerClass && imageClass);
         nativeBuffer = env->GetFieldID(imageClass, "mNativeBuffer", "J");
-        ASSERT_NE(nativeBuffer, nullptr);
     }
     void TearDown() override {
         closeReader();
@@ -85,6 +84,12 @@ protected:
         env->DeleteLocalRef(clazz);
     }
 
+    // Takes the pending exception, which must read `expected`.
+    void expectPending(const std::string& expected) {
+        std::optional<nuvra::test::JavaException> pending = nuvra::test::takePendingException(env);
+        EXPECT_EQ(pending ? describe(*pending) : "none pending", expected);
+    }
+
     jobject acquireNext(jobject reader) {
         return callObject(reader, "acquireNextImage", "()Landroid/media/Image;");
     }
@@ -102,10 +107,8 @@ protected:
     // each other).
     sp<Surface> producerOf(jobject reader) {
         sp<Surface> appSurface = android::android_view_Surface_getSurface(env, surfaceOf(reader));
-        if (appSurface == nullptr) {
-            ADD_FAILURE() << "the reader has no Surface";
-            return nullptr;
-        }
+        EXPECT_NE(appSurface, nullptr) << "the reader has no Surface";
+        if (appSurface == nullptr) return nullptr;
         sp<Surface> surface(new Surface(appSurface->getIGraphicBufferProducer(), false));
         EXPECT_EQ(native_window_api_connect(surface.get(), NATIVE_WINDOW_API_CPU), OK);
         EXPECT_EQ(native_window_set_usage(surface.get(), GRALLOC_USAGE_SW_WRITE_OFTEN), OK);
@@ -177,7 +180,6 @@ protected:
     }
 
     jclass readerClass = nullptr;
-    jclass imageClass = nullptr;
     jfieldID nativeBuffer = nullptr;
     jobject mReader = nullptr;  // the reader openReader opened
     sp<Surface> mProducer;

@@ -1,6 +1,7 @@
 // The host OpenCL driver: its exports and reports, the compressed NV12 format, its images run
 // through real kernels on PoCL. Its fault points are exercised by gpu_conversion_tests.
 
+#include <dlfcn.h>
 #include <hostcontrol/DeviceProfile.h>
 #include <hostopencl/HostOpenCl.h>
 
@@ -13,11 +14,13 @@
 #include "ui_test_support.h"
 
 namespace hosttest {
+namespace {
 
-ClSession& ClSession::get() {
-    // Per pixel of the global range: the image read at (x, y), then its 2x2 gather at (x, y) in the
-    // second half of `out`; and plane writes of a test pattern.
-    static const char* const kTestKernels = R"CLC(
+const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
+
+// Per pixel of the global range: the image read at (x, y), then its 2x2 gather at (x, y) in the
+// second half of `out`; and plane writes of a test pattern.
+const char* kTestKernels = R"CLC(
 __kernel void read_and_gather(__read_only image2d_t image, sampler_t sampler, __global uchar4* out) {
     int x = get_global_id(0), y = get_global_id(1);
     int i = y * get_global_size(0) + x, n = get_global_size(0) * get_global_size(1);
@@ -34,11 +37,62 @@ __kernel void write_planes(__write_only image2d_t luma, __write_only image2d_t c
     }
 }
 )CLC";
-    static ClSession* session = new ClSession(kTestKernels);
-    return *session;
+
+// The vendor driver opened as the library opens it, its entry points, and a context on its one
+// device with a queue and the tests' program. get() is the one shared by the tests of the process,
+// built once since PoCL compiles slowly, and never destroyed: the driver stays loaded for the
+// whole process.
+struct ClSession {
+    void* handle = dlopen(kVendorDriver.c_str(), RTLD_NOW | RTLD_GLOBAL);
+
+    // The entry points, resolved by name as the library resolves them.
+#define X(name)              \
+    decltype(&::name) name = \
+            reinterpret_cast<decltype(&::name)>(handle ? dlsym(handle, #name) : nullptr);
+#include "opencl/clFunctions.def"
+#undef X
+    cl_platform_id platform = nullptr;
+    cl_device_id device = nullptr;
+    cl_context context = nullptr;
+    cl_command_queue queue = nullptr;
+    cl_program program = nullptr;
+
+    ClSession() {
+        clGetPlatformIDs(1, &platform, nullptr);
+        clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr);
+        context = clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
+        queue = clCreateCommandQueue(context, device, 0, nullptr);
+        program = clCreateProgramWithSource(context, 1, &kTestKernels, nullptr, nullptr);
+        if (clBuildProgram(program, 1, &device, "", nullptr, nullptr) != CL_SUCCESS) {
+            char log[8192] = {};
+            clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log), log, nullptr);
+            ADD_FAILURE() << log;
+        }
+    }
+
+    static ClSession& get() {
+        static ClSession* session = new ClSession();
+        return *session;
+    }
+};
+
+cl_mem_android_native_buffer_host_ptr nativeBufferRecord(android::GraphicBuffer& buffer,
+                                                         cl_uint policy) {
+    return {{CL_MEM_ANDROID_NATIVE_BUFFER_HOST_PTR_QCOM, policy}, buffer.getNativeBuffer()};
 }
 
-namespace {
+// A 2D image of a Qualcomm format over a native buffer, or a plane image of `parent`.
+cl_mem qcomImage(cl_uint order, size_t width, size_t height, void* record, cl_mem parent,
+                 cl_int* status) {
+    ClSession& s = ClSession::get();
+    const cl_image_format format = {order, CL_UNORM_INT8};
+    const cl_image_desc desc{CL_MEM_OBJECT_IMAGE2D, width, height, 0, 0, 0, 0, 0, 0, {parent}};
+    return s.clCreateImage(
+            s.context,
+            parent ? CL_MEM_WRITE_ONLY
+                   : CL_MEM_EXT_HOST_PTR_QCOM | CL_MEM_USE_HOST_PTR | CL_MEM_READ_ONLY,
+            &format, &desc, parent ? nullptr : record, status);
+}
 
 // The functions that the library at `path` exports.
 std::set<std::string> dynamicExports(const std::string& path) {
@@ -68,8 +122,9 @@ TEST(OpenClDriverExports, EachVariantExportsTheEntryPointsButItsOmittedOne) {
     }
 }
 
-TEST(OpenClDriver, NeitherInterposesWithTheIcdLoaderNorPocl) {
-    // The ICD loader first, in the global scope, then the driver as the library opens it.
+// One GPU without GL sharing, the row pitches of the profile's gralloc layouts; loaded after the
+// ICD loader in the global scope, the driver neither interposes on it nor on PoCL.
+TEST(OpenClDriver, ReportsOneGpuAndTheGrallocRowPitchesBesideTheIcdLoader) {
     void* icd = dlopen("libOpenCL.so.1", RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(icd, nullptr);
     ClSession& s = ClSession::get();
@@ -96,12 +151,8 @@ TEST(OpenClDriver, NeitherInterposesWithTheIcdLoaderNorPocl) {
     EXPECT_EQ(driverType, cl_device_type{CL_DEVICE_TYPE_GPU});
     EXPECT_EQ(host::recordedCalls(), std::vector<std::string>{"opencl.clGetDeviceInfo"});
     // The loader stays open: its allocations would be reported as leaks of an unknown module.
-}
 
-TEST(OpenClDriver, ReportsOneGpuNoGlSharingAndTheGrallocRowPitches) {
-    ClSession& s = ClSession::get();
     cl_uint platforms = 0, devices = 0;
-    cl_device_id device = nullptr;
     EXPECT_EQ(s.clGetPlatformIDs(0, nullptr, &platforms), CL_SUCCESS);
     EXPECT_EQ(platforms, 1u);
     EXPECT_EQ(s.clGetDeviceIDs(s.platform, CL_DEVICE_TYPE_ALL, 0, nullptr, &devices), CL_SUCCESS);
@@ -232,7 +283,6 @@ TEST(OpenClDriverImages, CompressedImageReadsAndGathersYCbCrOnTheDevice) {
                 host::encodeCompressedNv12(*buffer, picture.bytes.data(), picture.width,
                                            picture.uv(), picture.chromaWidth());
             }
-            // The reads, then the gathers.
             std::vector<cl_uchar4> pixels(size_t{c.width} * c.height * 2);
             const size_t bytes = pixels.size() * sizeof(cl_uchar4);
             cl_mem out = s.clCreateBuffer(s.context, CL_MEM_WRITE_ONLY, bytes, nullptr, nullptr);

@@ -1,5 +1,5 @@
-// Helpers of the host OpenCL driver's tests (the driver loaded as the library loads it, a context
-// with the tests' program) and of the GPU conversion's (compressed NV12 pictures and buffers).
+// Compressed NV12 pictures and buffers for the host OpenCL driver's tests and the GPU conversion's,
+// and the OpenCL headers at the version both use.
 #pragma once
 
 #define CL_TARGET_OPENCL_VERSION 300
@@ -8,54 +8,15 @@
 #include <CL/cl.h>
 #include <CL/cl_ext_qcom.h>
 #include <CL/cl_gl.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <hardware/gralloc_qcom.h>
 #include <ui/GraphicBuffer.h>
 #include <ui/HostCompressedNv12.h>
 
 #include <random>
-#include <string>
 #include <vector>
 
 namespace hosttest {
-
-inline const std::string kVendorDriver = HOST_OPENCL_VENDOR_DIR "/libOpenCL.so";
-
-// The vendor driver opened as the library opens it, its entry points, and a context on its one
-// device with a queue and a program built from `source`. get() is the one shared by the tests of
-// the process, built once since PoCL compiles slowly, and never destroyed: the driver stays loaded
-// for the whole process.
-struct ClSession {
-    void* handle = dlopen(kVendorDriver.c_str(), RTLD_NOW | RTLD_GLOBAL);
-
-    // The entry points, resolved by name as the library resolves them.
-#define X(name)              \
-    decltype(&::name) name = \
-            reinterpret_cast<decltype(&::name)>(handle ? dlsym(handle, #name) : nullptr);
-#include "opencl/clFunctions.def"
-#undef X
-    cl_platform_id platform = nullptr;
-    cl_device_id device = nullptr;
-    cl_context context = nullptr;
-    cl_command_queue queue = nullptr;
-    cl_program program = nullptr;
-
-    explicit ClSession(const char* source) {
-        clGetPlatformIDs(1, &platform, nullptr);
-        clGetDeviceIDs(platform, CL_DEVICE_TYPE_GPU, 1, &device, nullptr);
-        context = clCreateContext(nullptr, 1, &device, nullptr, nullptr, nullptr);
-        queue = clCreateCommandQueue(context, device, 0, nullptr);
-        program = clCreateProgramWithSource(context, 1, &source, nullptr, nullptr);
-        if (clBuildProgram(program, 1, &device, "", nullptr, nullptr) != CL_SUCCESS) {
-            char log[8192] = {};
-            clGetProgramBuildInfo(program, device, CL_PROGRAM_BUILD_LOG, sizeof(log), log, nullptr);
-            ADD_FAILURE() << log;
-        }
-    }
-
-    static ClSession& get();
-};
 
 // A picture: packed NV12 (width x height luma, then (height+1)/2 rows of (width+1)/2 Cb, Cr
 // pairs), random or smooth.
@@ -117,32 +78,6 @@ inline android::sp<android::GraphicBuffer> compressedBuffer(const Nv12Picture& p
     EXPECT_TRUE(host::encodeCompressedNv12(*buffer, picture.bytes.data(), picture.width,
                                            picture.uv(), picture.chromaWidth()));
     return buffer;
-}
-
-inline cl_mem_android_native_buffer_host_ptr nativeBufferRecord(android::GraphicBuffer& buffer,
-                                                                cl_uint policy) {
-    cl_mem_android_native_buffer_host_ptr record{};
-    record.ext_host_ptr.allocation_type = CL_MEM_ANDROID_NATIVE_BUFFER_HOST_PTR_QCOM;
-    record.ext_host_ptr.host_cache_policy = policy;
-    record.anb_ptr = buffer.getNativeBuffer();
-    return record;
-}
-
-// A 2D image of a Qualcomm format over a native buffer, or a plane image of `parent`.
-inline cl_mem qcomImage(cl_uint order, size_t width, size_t height, void* record, cl_mem parent,
-                        cl_int* status) {
-    ClSession& s = ClSession::get();
-    const cl_image_format format = {order, CL_UNORM_INT8};
-    cl_image_desc desc{};
-    desc.image_type = CL_MEM_OBJECT_IMAGE2D;
-    desc.image_width = width;
-    desc.image_height = height;
-    desc.mem_object = parent;
-    return s.clCreateImage(
-            s.context,
-            parent ? CL_MEM_WRITE_ONLY
-                   : CL_MEM_EXT_HOST_PTR_QCOM | CL_MEM_USE_HOST_PTR | CL_MEM_READ_ONLY,
-            &format, &desc, parent ? nullptr : record, status);
 }
 
 }  // namespace hosttest

@@ -1,31 +1,122 @@
-// The JNI glue of libandroid_runtime through the real JVM: android.view.Surface and
-// android.hardware.HardwareBuffer.
+// The in-process JVM (which VM runs, how it was started, threads, the -Xcheck:jni detector) and
+// the JNI glue of libandroid_runtime through it: android.view.Surface and
+// android.hardware.HardwareBuffer. An exception the glue leaves pending fails the test without a
+// check of its own: -Xcheck:jni reports the next JNI call, and the fixture the test's end.
 
+#include <android_runtime/AndroidRuntime.h>
 #include <android_runtime/android_hardware_HardwareBuffer.h>
 #include <android_runtime/android_view_Surface.h>
 #include <hardware/gralloc_qcom.h>
 #include <hostcontrol/DeviceProfile.h>
 #include <hostcontrol/FaultInjection.h>
+#include <hostjvm/Jvm.h>
 #include <testsupport/JniTest.h>
 #include <testsupport/TestSurface.h>
 #include <ui/GraphicBuffer.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <thread>
+
 namespace {
 
 using namespace android;
-using nuvra::test::JavaException;
 using nuvra::test::JniTest;
 using nuvra::test::makeTestSurface;
-using nuvra::test::takePendingException;
 using nuvra::test::TestSurface;
+using nuvra::test::toStdString;
+
+std::string systemProperty(JNIEnv* env, const char* name) {
+    jclass system = env->FindClass("java/lang/System");
+    jmethodID getProperty =
+            env->GetStaticMethodID(system, "getProperty", "(Ljava/lang/String;)Ljava/lang/String;");
+    jstring key = env->NewStringUTF(name);
+    auto value = static_cast<jstring>(env->CallStaticObjectMethod(system, getProperty, key));
+    EXPECT_FALSE(env->ExceptionCheck());
+    return toStdString(env, value).value_or("<null>");  // the test's local frame frees the refs
+}
+
+class JvmHarnessTest : public JniTest {};
+
+// -Xcheck:jni among the VM's options shows in the self-check's report below, the platform's
+// natives registered in the glue tests' calls (Surface.isValid(), the HardwareBuffer getters).
+TEST_F(JvmHarnessTest, RunsOneOpenJdk17WithThePlatformJarAndAnEnvPerThread) {
+    // "17", "17.0.15", ...: the major version of the running VM.
+    std::string version = systemProperty(env, "java.version");
+    EXPECT_TRUE(version == "17" || version.rfind("17.", 0) == 0) << version;
+    EXPECT_EQ(systemProperty(env, "java.class.path").rfind(host::platformJarPath(), 0), 0u);
+    EXPECT_EQ(systemProperty(env, "java.library.path"), host::platformLibraryPath());
+
+    // One VM for the process, an env per thread.
+    JavaVM* vm = host::javaVm();
+    ASSERT_NE(vm, nullptr);
+    EXPECT_EQ(host::startJvm(), env);  // started already: the same thread's env
+    EXPECT_EQ(android::AndroidRuntime::getJavaVM(), vm);
+    EXPECT_EQ(android::AndroidRuntime::getJNIEnv(), env);
+
+    std::thread([&] {
+        EXPECT_EQ(android::AndroidRuntime::getJNIEnv(), nullptr);  // not attached yet
+        JNIEnv* threadEnv = host::jniEnv();
+        ASSERT_NE(threadEnv, nullptr);
+        EXPECT_NE(threadEnv, env);
+        EXPECT_EQ(host::jniEnv(), threadEnv);  // attached once
+        // An attached native thread sees the application class path.
+        jclass found = threadEnv->FindClass("android/view/Surface");
+        EXPECT_NE(found, nullptr);
+        threadEnv->DeleteLocalRef(found);
+    }).join();
+}
+
+// Tests that must fail: the self-check below runs them in a child process. They are disabled so
+// that a normal run skips them.
+TEST_F(JvmHarnessTest, DISABLED_FailsOnJvmReport) {
+    jclass string = env->FindClass("java/lang/String");
+    jmethodID length = env->GetMethodID(string, "length", "()I");
+    jstring text = env->NewStringUTF("abc");
+    env->CallIntMethod(text, length);
+    env->DeleteLocalRef(env->GetObjectClass(text));  // unchecked exception: reported
+}
+
+TEST_F(JvmHarnessTest, DISABLED_FailsOnPendingException) {
+    env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), "left behind");
+}
+
+TEST_F(JvmHarnessTest, DISABLED_FailsOnPendingExceptionWithoutMessage) {
+    jclass npe = env->FindClass("java/lang/NullPointerException");
+    env->Throw(
+            static_cast<jthrowable>(env->NewObject(npe, env->GetMethodID(npe, "<init>", "()V"))));
+}
+
+TEST(JvmHarnessSelfCheck, TheDetectorsFailTheTestsThatMisuseJni) {
+    std::string command = "/proc/" + std::to_string(getpid()) +
+                          "/exe --gtest_also_run_disabled_tests --gtest_color=no"
+                          " --gtest_filter='JvmHarnessTest.DISABLED_FailsOn*' 2>&1";
+    FILE* child = popen(command.c_str(), "r");
+    ASSERT_NE(child, nullptr);
+    std::string output;
+    char buffer[4096];
+    for (size_t n; (n = fread(buffer, 1, sizeof(buffer), child)) > 0;) output.append(buffer, n);
+    int status = pclose(child);
+    EXPECT_NE(status, 0) << output;
+    for (const char* expected : {
+                 "[  FAILED  ] JvmHarnessTest.DISABLED_FailsOnJvmReport",
+                 "the JVM printed during the test",
+                 "WARNING in native method: JNI call made without checking exceptions",
+                 "[  FAILED  ] JvmHarnessTest.DISABLED_FailsOnPendingException",
+                 "pending Java exception: java.lang.IllegalStateException: left behind",
+                 // Taken with its class, and its message when it has one.
+                 "pending Java exception: java.lang.NullPointerException\n",
+         }) {
+        EXPECT_NE(output.find(expected), std::string::npos) << expected << " in:\n" << output;
+    }
+}
 
 constexpr jlong kCpuUsage =
         AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN | AHARDWAREBUFFER_USAGE_CPU_WRITE_OFTEN;
 
 // Takes the pending exception, which must read `expected` ("" when none may be pending).
 void expectPending(JNIEnv* env, const std::string& expected) {
-    std::optional<JavaException> pending = takePendingException(env);
+    std::optional<nuvra::test::JavaException> pending = nuvra::test::takePendingException(env);
     EXPECT_EQ(pending ? describe(*pending) : "", expected);
 }
 
@@ -49,13 +140,11 @@ protected:
     void SetUp() override {
         JniTest::SetUp();
         clazz = env->FindClass("android/hardware/HardwareBuffer");
-        ASSERT_NE(clazz, nullptr);
-        create =
-                env->GetStaticMethodID(clazz, "create", "(IIIIJ)Landroid/hardware/HardwareBuffer;");
-        ASSERT_NE(create, nullptr);
     }
 
     jobject newBuffer(jint width, jint height, jint format) {
+        jmethodID create =
+                env->GetStaticMethodID(clazz, "create", "(IIIIJ)Landroid/hardware/HardwareBuffer;");
         jobject buffer =
                 env->CallStaticObjectMethod(clazz, create, width, height, format, 1, kCpuUsage);
         env->ExceptionCheck();  // a throw stays pending for the test to take
@@ -74,7 +163,6 @@ protected:
     }
 
     jclass clazz = nullptr;
-    jmethodID create = nullptr;
 };
 
 // The Java object holds a buffer of the size, format, usage and stride that the gralloc gives
@@ -135,54 +223,84 @@ TEST_F(HardwareBufferTest, CreateRefusesWhatTheAllocatorCannotMake) {
     }
 }
 
-// A Java object made around an existing buffer owns a reference of its own; an object never
-// closed drops its reference once collected.
-TEST_F(HardwareBufferTest, WrapsExistingBuffersAndReleasesThemWhenCollected) {
+// A Java HardwareBuffer made around an existing buffer owns a reference of its own; it and a
+// Java Surface that an app leaks, never closed or released, drop their native object once
+// collected.
+TEST_F(HardwareBufferTest, ObjectsNeverClosedDropTheirNativeObjectWhenCollected) {
     AHardwareBuffer_Desc desc{
             32, 16, 1, AHARDWAREBUFFER_FORMAT_R8G8B8A8_UNORM, static_cast<uint64_t>(kCpuUsage),
             0,  0,  0};
     AHardwareBuffer* native = nullptr;
     ASSERT_EQ(AHardwareBuffer_allocate(&desc, &native), 0);
-    wp<GraphicBuffer> weak = GraphicBuffer::fromAHardwareBuffer(native);
+    wp<GraphicBuffer> weakBuffer = GraphicBuffer::fromAHardwareBuffer(native);
     jobject wrapped = android_hardware_HardwareBuffer_createFromAHardwareBuffer(env, native);
     ASSERT_NE(wrapped, nullptr);
     EXPECT_EQ(android_hardware_HardwareBuffer_getNativeHardwareBuffer(env, wrapped), native);
     AHardwareBuffer_release(native);
-    EXPECT_NE(weak.promote(), nullptr);
-
+    EXPECT_NE(weakBuffer.promote(), nullptr);
     env->DeleteLocalRef(wrapped);
-    collectUntilDropped(env, weak);
-    EXPECT_EQ(weak.promote(), nullptr);
+
+    wp<Surface> weakSurface;
+    {
+        TestSurface ts = makeTestSurface(env);
+        weakSurface = ts.surface;
+        ts.surface.clear();
+        env->DeleteGlobalRef(ts.javaSurface);  // forgotten without Surface.release()
+        ts.javaSurface = nullptr;
+    }
+    collectUntilDropped(env, weakBuffer);
+    collectUntilDropped(env, weakSurface);
+    EXPECT_EQ(weakBuffer.promote(), nullptr);
+    EXPECT_EQ(weakSurface.promote(), nullptr);
 }
 
-class SurfaceGlueTest : public JniTest {
-protected:
-    jobject newEmptyJavaSurface() {
-        jclass clazz = env->FindClass("android/view/Surface");
-        jmethodID ctor = env->GetMethodID(clazz, "<init>", "()V");
-        jobject surface = env->NewObject(clazz, ctor);
-        env->DeleteLocalRef(clazz);
-        return surface;
-    }
-};
+class SurfaceGlueTest : public JniTest {};
 
+// A live Java Surface yields its native Surface and window (each getter has a fault point of its
+// own) and owns a strong reference on the Surface until released. A second Java Surface made
+// from the same producer is a Surface of its own on the same queue (what frames carry through it
+// is SurfaceTest's concern); releasing it leaves the first one working.
 TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindowUntilReleased) {
+    // No producer, no Surface; the null JNIEnv proves that the VM is not used at all.
+    EXPECT_EQ(android_view_Surface_createFromIGraphicBufferProducer(nullptr, nullptr), nullptr);
+    EXPECT_EQ(android_view_Surface_createFromIGraphicBufferProducer(env, nullptr), nullptr);
     TestSurface ts = makeTestSurface(env);
     ASSERT_NE(ts.javaSurface, nullptr);
-
     sp<Surface> surface = android_view_Surface_getSurface(env, ts.javaSurface);
-    expectPending(env, "");
     ASSERT_NE(surface, nullptr);
     EXPECT_EQ(surface->getIGraphicBufferProducer(), ts.producer);
-
     sp<ANativeWindow> window = android_view_Surface_getNativeWindow(env, ts.javaSurface);
-    expectPending(env, "");
     EXPECT_EQ(window.get(), static_cast<ANativeWindow*>(surface.get()));
-
     EXPECT_TRUE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
     EXPECT_TRUE(android_view_Surface_isInstanceOf(env, ts.javaSurface));
     jstring notASurface = env->NewStringUTF("surface");
     EXPECT_FALSE(android_view_Surface_isInstanceOf(env, notASurface));
+
+    host::clearRecordedCalls();
+    host::injectFault("jni.android_view_Surface_getSurface", -1);
+    host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
+    EXPECT_EQ(android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
+    expectPending(env, "java.lang.IllegalStateException: injected fault");
+    EXPECT_EQ(android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
+    expectPending(env, "java.lang.IllegalStateException: injected fault");
+    // Each getter records its own point only, once per call; the faults were armed once.
+    EXPECT_EQ(host::recordedCalls(),
+              (std::vector<std::string>{"jni.android_view_Surface_getSurface",
+                                        "jni.android_view_Surface_getNativeWindow"}));
+    EXPECT_NE(android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
+
+    jobject second = android_view_Surface_createFromIGraphicBufferProducer(env, ts.producer);
+    ASSERT_NE(second, nullptr);
+    EXPECT_FALSE(env->IsSameObject(second, ts.javaSurface));
+    sp<Surface> secondSurface = android_view_Surface_getSurface(env, second);
+    ASSERT_NE(secondSurface, nullptr);
+    EXPECT_NE(secondSurface, ts.surface);
+    EXPECT_EQ(secondSurface->getIGraphicBufferProducer(), ts.producer);
+    jclass clazz = env->GetObjectClass(second);
+    env->CallVoidMethod(second, env->GetMethodID(clazz, "release", "()V"));
+    expectPending(env, "");
+    secondSurface.clear();
+    EXPECT_TRUE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
 
     // The Java object owns a strong reference until released.
     wp<Surface> weak = ts.surface;
@@ -194,77 +312,17 @@ TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindowUntilReleased
     EXPECT_EQ(weak.promote(), nullptr);
     ts.releaseJavaSurface();  // a second release does nothing
 
-    // The released Java Surface and one never attached both answer null, without an exception.
-    for (jobject empty : {ts.javaSurface, newEmptyJavaSurface()}) {
-        ASSERT_NE(empty, nullptr);
-        EXPECT_EQ(android_view_Surface_getSurface(env, empty), nullptr);
-        EXPECT_EQ(android_view_Surface_getNativeWindow(env, empty), nullptr);
-        expectPending(env, "");
-        EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, empty));
-    }
+    // The released Java Surface answers null without an exception, as one never attached does
+    // (which JniSupportTest.SurfaceLookupsThrowWhenThereIsNoNativeObject sees through the library).
+    EXPECT_EQ(android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
+    EXPECT_EQ(android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
+    EXPECT_FALSE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
 }
 
 TEST_F(SurfaceGlueTest, ANullSurfaceObjectAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(android_view_Surface_getSurface(env, nullptr), "null Surface object");
     EXPECT_DEATH(android_view_Surface_getNativeWindow(env, nullptr), "null Surface object");
-}
-
-TEST_F(SurfaceGlueTest, AnArmedFaultThrowsFromTheGlue) {
-    TestSurface ts = makeTestSurface(env);
-    host::clearRecordedCalls();
-    host::injectFault("jni.android_view_Surface_getSurface", -1);
-    host::injectFault("jni.android_view_Surface_getNativeWindow", -1);
-    EXPECT_EQ(android_view_Surface_getSurface(env, ts.javaSurface), nullptr);
-    expectPending(env, "java.lang.IllegalStateException: injected fault");
-    EXPECT_EQ(android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
-    expectPending(env, "java.lang.IllegalStateException: injected fault");
-    // Each getter records its own point only, once per call.
-    EXPECT_EQ(host::recordedCalls(),
-              (std::vector<std::string>{"jni.android_view_Surface_getSurface",
-                                        "jni.android_view_Surface_getNativeWindow"}));
-    // The faults were armed once: the glue works again.
-    EXPECT_NE(android_view_Surface_getNativeWindow(env, ts.javaSurface), nullptr);
-    expectPending(env, "");
-}
-
-// A Surface over the same producer feeds the same queue; what frames carry through it is
-// SurfaceTest's concern.
-TEST_F(SurfaceGlueTest, ASurfaceMadeFromAProducerFeedsTheSameQueue) {
-    // No producer, no Surface; the null JNIEnv proves that the VM is not used at all.
-    EXPECT_EQ(android_view_Surface_createFromIGraphicBufferProducer(nullptr, nullptr), nullptr);
-    EXPECT_EQ(android_view_Surface_createFromIGraphicBufferProducer(env, nullptr), nullptr);
-    expectPending(env, "");
-
-    TestSurface ts = makeTestSurface(env);
-    jobject second = android_view_Surface_createFromIGraphicBufferProducer(env, ts.producer);
-    ASSERT_NE(second, nullptr);
-    EXPECT_FALSE(env->IsSameObject(second, ts.javaSurface));
-    sp<Surface> secondSurface = android_view_Surface_getSurface(env, second);
-    ASSERT_NE(secondSurface, nullptr);
-    EXPECT_NE(secondSurface, ts.surface);
-    EXPECT_EQ(secondSurface->getIGraphicBufferProducer(), ts.producer);
-
-    // Releasing the second Java Surface leaves the first one working.
-    jclass clazz = env->GetObjectClass(second);
-    env->CallVoidMethod(second, env->GetMethodID(clazz, "release", "()V"));
-    expectPending(env, "");
-    secondSurface.clear();
-    EXPECT_TRUE(nuvra::test::isValidJavaSurface(env, ts.javaSurface));
-}
-
-TEST_F(SurfaceGlueTest, AnUnreleasedJavaSurfaceDropsItsNativeSurfaceWhenCollected) {
-    wp<Surface> weak;
-    {
-        TestSurface ts = makeTestSurface(env);
-        weak = ts.surface;
-        ts.surface.clear();
-        // Forget the Java object without releasing it, as an app that leaks a Surface does.
-        env->DeleteGlobalRef(ts.javaSurface);
-        ts.javaSurface = nullptr;
-    }
-    collectUntilDropped(env, weak);
-    EXPECT_EQ(weak.promote(), nullptr) << "the finalizer did not release the native Surface";
 }
 
 }  // namespace

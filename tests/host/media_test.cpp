@@ -1,6 +1,8 @@
-// The host camera source: every camera format on both kinds of device, into real ImageReaders,
-// and acquire fences that hold back whoever reads the frame.
+// android.media.ImageReader and its native side (libmedia_jni) through the real JVM, and the host
+// camera source feeding it: every camera format on both kinds of device, and acquire fences that
+// hold back whoever reads the frame.
 
+#include <android_runtime/android_hardware_HardwareBuffer.h>
 #include <hardware/gralloc_qcom.h>
 #include <hostcamera/CameraSource.h>
 #include <hostcontrol/DeviceProfile.h>
@@ -17,6 +19,7 @@
 
 namespace {
 
+using android::BufferItem;
 using android::GraphicBuffer;
 using android::OK;
 using android::sp;
@@ -24,8 +27,97 @@ using host::CameraSource;
 using host::RgbPicture;
 using hosttest::ImageReaderTest;
 
-constexpr uint32_t kWidth = 37;
-constexpr uint32_t kHeight = 21;
+constexpr jint kYuv420888 = 0x23, kJpeg = 0x100;  // the readers' public formats
+constexpr uint32_t kWidth = 37, kHeight = 21;
+
+// An acquired image holds the acquired BufferItem in mNativeBuffer until close(); a second close
+// does nothing. (That close() releases the buffer, returns the item to the pool and zeroes the
+// field, the library's ImageReadTest.ClosedImagesReleaseTheirBufferAndWarn sees through it.)
+// maxImages open images are the limit: one more throws as on Android until one is closed.
+// acquireLatestImage skips to the newest frame, closing the ones before it.
+TEST_F(ImageReaderTest, ImagesHoldTheirBufferItemUntilClosedUpToMaxImages) {
+    openReader(64, 48, kYuv420888, 2);
+    EXPECT_EQ(acquireNext(mReader), nullptr);  // nothing queued yet
+    for (int i = 1; i <= 3; i++) produce(mProducer, HAL_PIXEL_FORMAT_YCrCb_420_SP, i * 100);
+    jobject image = acquireNext(mReader);
+    ASSERT_NE(image, nullptr);
+    BufferItem* item = itemOf(image);
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->mTimestamp, 100);
+    EXPECT_EQ(item->mGraphicBuffer->getPixelFormat(), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    EXPECT_EQ(callInt(image, "getFormat"), HAL_PIXEL_FORMAT_YCrCb_420_SP);
+    EXPECT_EQ(callInt(image, "getWidth"), 64);
+    EXPECT_EQ(callInt(image, "getHeight"), 48);
+    jobject hardwareBuffer =
+            callObject(image, "getHardwareBuffer", "()Landroid/hardware/HardwareBuffer;");
+    EXPECT_EQ(android::android_hardware_HardwareBuffer_getNativeHardwareBuffer(env, hardwareBuffer),
+              item->mGraphicBuffer->toAHardwareBuffer());
+    android::BufferQueueConsumer::SlotCounts counts = host::imageReaderSlotCounts(env, mReader);
+    EXPECT_EQ(counts.acquired, 1);
+    EXPECT_EQ(counts.queued, 2);
+    EXPECT_EQ(host::imageReaderFreeItemCount(env, mReader), 1);
+
+    jobject second = acquireNext(mReader);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(itemOf(second)->mTimestamp, 200);
+    EXPECT_EQ(acquireNext(mReader), nullptr);
+    expectPending(
+            "java.lang.IllegalStateException: maxImages (2) has already been acquired, "
+            "call #close before acquiring more.");
+    EXPECT_EQ(host::imageReaderSlotCounts(env, mReader).queued, 1);
+
+    close(image);
+    close(image);
+    EXPECT_EQ(callInt(image, "getWidth"), 0);
+    expectPending("java.lang.IllegalStateException: Image is already closed");
+    jobject third = acquireNext(mReader);
+    ASSERT_NE(third, nullptr);
+    EXPECT_EQ(itemOf(third)->mTimestamp, 300);
+    close(second);
+    close(third);
+    EXPECT_EQ(host::imageReaderFreeItemCount(env, mReader), 2);
+
+    for (int i = 4; i <= 6; i++) produce(mProducer, kYuv420888, i * 100);
+    jobject latest = callObject(mReader, "acquireLatestImage", "()Landroid/media/Image;");
+    ASSERT_NE(latest, nullptr);
+    EXPECT_EQ(itemOf(latest)->mTimestamp, 600);
+    counts = host::imageReaderSlotCounts(env, mReader);
+    EXPECT_EQ(counts.acquired, 1);
+    EXPECT_EQ(counts.queued, 0);
+
+    // Closing the reader closes its open images and abandons the queue.
+    close(mReader);
+    EXPECT_EQ(itemOf(latest), nullptr);
+    EXPECT_EQ(host::imageReaderFreeItemCount(env, mReader), -1);
+    ANativeWindowBuffer* anwb = nullptr;
+    EXPECT_EQ(native_window_dequeue_buffer_and_wait(mProducer.get(), &anwb), android::NO_INIT);
+}
+
+// The reader refuses what Android's refuses: NV21 readers, and buffers whose format does not
+// match the reader's (flexible YUV readers take any YUV buffer).
+TEST_F(ImageReaderTest, RefusesNv21ReadersAndMismatchedBuffers) {
+    EXPECT_EQ(newReader(64, 48, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1), nullptr);
+    expectPending("java.lang.IllegalArgumentException: NV21 format is not supported");
+
+    openReader(64, 48, HAL_PIXEL_FORMAT_RAW10, 1);
+    produce(mProducer, HAL_PIXEL_FORMAT_RAW12, 1);
+    EXPECT_EQ(acquireNext(mReader), nullptr);
+    expectPending(
+            "java.lang.UnsupportedOperationException: The producer output buffer format "
+            "0x26 doesn't match the ImageReader's configured buffer format 0x25.");
+    EXPECT_EQ(host::imageReaderSlotCounts(env, mReader).acquired, 0);
+    EXPECT_EQ(host::imageReaderFreeItemCount(env, mReader), 1);
+
+    // A JPEG reader asks for BLOB buffers in the JFIF data space and reports the reader's size.
+    openReader(4096, 1, kJpeg, 1);
+    ASSERT_EQ(native_window_set_buffers_dimensions(mProducer.get(), 4096, 1), OK);
+    produce(mProducer, HAL_PIXEL_FORMAT_BLOB, 1);
+    jobject image = acquireNext(mReader);
+    ASSERT_NE(image, nullptr);
+    EXPECT_EQ(itemOf(image)->mDataSpace, HAL_DATASPACE_V0_JFIF);
+    EXPECT_EQ(callInt(image, "getFormat"), kJpeg);
+    EXPECT_EQ(callInt(image, "getDataSpace"), HAL_DATASPACE_V0_JFIF);
+}
 
 // Solid 2x2 blocks of four colours, so every chroma sample has one exact expected value.
 RgbPicture blockPicture(uint32_t width, uint32_t height) {
@@ -135,7 +227,7 @@ void expectPicture(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
         });
     } else {
         ASSERT_EQ(buffer.lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &ycbcr), OK);
-        if (padded) EXPECT_GE(ycbcr.ystride, 64u);
+        EXPECT_TRUE(!padded || ycbcr.ystride >= 64u) << ycbcr.ystride;
     }
     if (ycbcr.y != nullptr) {
         const void* planes[3] = {ycbcr.y, ycbcr.cb, ycbcr.cr};
@@ -146,7 +238,7 @@ void expectPicture(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
         });
     }
     EXPECT_EQ(off, 0);
-    if (!compressed) EXPECT_EQ(buffer.unlock(), OK);
+    EXPECT_EQ(compressed ? OK : buffer.unlock(), OK);  // the decoder does not lock
 }
 
 // The JPEG starts the buffer, decodes back to the picture, and its size is in the camera's
@@ -176,26 +268,34 @@ void expectJpeg(GraphicBuffer& buffer, const RgbPicture& p, size_t reportedSize)
 
 class CameraSourceTest : public ImageReaderTest {
 protected:
-    // A camera of `format` and the given size feeding the reader.
-    std::unique_ptr<CameraSource> connectCamera(jobject reader, int32_t format, uint32_t width,
-                                                uint32_t height, int64_t fenceDelayUs = 0) {
-        std::unique_ptr<CameraSource> camera =
-                CameraSource::connect(env, surfaceOf(reader),
-                                      {format, width, height, HAL_DATASPACE_UNKNOWN, fenceDelayUs});
-        EXPECT_NE(camera, nullptr);
-        return camera;
+    void TearDown() override {
+        mCamera.reset();
+        ImageReaderTest::TearDown();
     }
+
+    // Opens the fixture's reader (closing the camera and the reader before, and so their images)
+    // with a camera of `format` feeding it; false when either is refused.
+    bool connectCamera(jint readerFormat, int32_t format, uint32_t width, uint32_t height,
+                       int64_t fenceDelayUs = 0) {
+        mCamera.reset();
+        closeReader();
+        mReader = newReader(width, height, readerFormat, 1);
+        if (mReader == nullptr) return false;
+        mCamera =
+                CameraSource::connect(env, surfaceOf(mReader),
+                                      {format, width, height, HAL_DATASPACE_UNKNOWN, fenceDelayUs});
+        return mCamera != nullptr;
+    }
+
+    std::unique_ptr<CameraSource> mCamera;
 };
 
 // Every camera format the library reads, on a packed and a padded device, into a reader of the
 // matching public format: the image's buffer has the format and size, the picture in the
 // format's samples, and on the padded device rows longer than the picture.
 TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
-    struct Case {
-        jint readerFormat;
-        int32_t bufferFormat;
-    };
-    const Case cases[] = {
+    // The reader's public format and the camera's buffer format.
+    const std::pair<jint, int32_t> cases[] = {
             {0x23, HAL_PIXEL_FORMAT_YCrCb_420_SP},
             {0x23, HAL_PIXEL_FORMAT_YCbCr_420_888},
             {0x23, PIXEL_FORMAT_YCrCb_420_SP_M},
@@ -216,40 +316,32 @@ TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
     const RgbPicture card = host::makeTestCard(160, 120);
     for (const char* profile : {"packed-nv21", "phone-qcom"}) {
         ASSERT_TRUE(host::selectDeviceProfile(profile));
-        for (const Case& c : cases) {
-            SCOPED_TRACE(std::string(profile) + " " + host::grallocFormatName(c.bufferFormat));
-            const bool blob = c.bufferFormat == HAL_PIXEL_FORMAT_BLOB;
+        for (const auto& [readerFormat, format] : cases) {
+            SCOPED_TRACE(std::string(profile) + " " + host::grallocFormatName(format));
+            const bool blob = format == HAL_PIXEL_FORMAT_BLOB;
             const uint32_t width = blob ? 16384 : kWidth, height = blob ? 1 : kHeight;
-            jobject reader = newReader(width, height, c.readerFormat, 1);
-            ASSERT_NE(reader, nullptr);
-            std::unique_ptr<CameraSource> camera =
-                    connectCamera(reader, c.bufferFormat, width, height);
-            ASSERT_NE(camera, nullptr);
+            ASSERT_TRUE(connectCamera(readerFormat, format, width, height));
             const RgbPicture& picture = blob ? card : blocks;
-            ASSERT_EQ(camera->queueFrame(picture, 42), OK);
-            jobject image = acquireNext(reader);
+            ASSERT_EQ(mCamera->queueFrame(picture, 42), OK);
+            jobject image = acquireNext(mReader);
             ASSERT_NE(image, nullptr);
             GraphicBuffer& buffer = *itemOf(image)->mGraphicBuffer;
-            EXPECT_EQ(buffer.getPixelFormat(), c.bufferFormat);
+            EXPECT_EQ(buffer.getPixelFormat(), format);
             EXPECT_EQ(itemOf(image)->mTimestamp, 42);
             EXPECT_EQ(buffer.getUsage() & GRALLOC_USAGE_HW_CAMERA_WRITE,
                       uint64_t{GRALLOC_USAGE_HW_CAMERA_WRITE});
             if (blob) {
-                expectJpeg(buffer, picture, camera->lastJpegSize());
-            } else if (c.bufferFormat != HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED) {  // opaque
+                expectJpeg(buffer, picture, mCamera->lastJpegSize());
+            } else if (format != HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED) {  // opaque
                 expectPicture(buffer, picture, profile[1] == 'h');
             }
-            close(image);
-            camera.reset();
-            close(reader);
         }
     }
 }
 
 // A frame's acquire fence signals fenceDelayUs after the queue. Android's reader waits for it
-// when acquiring; with the wait left to the locks, the buffer's async locks wait for it (the
-// YCbCr lock's wait is seen through the library in
-// ImageReadTest.LocksWaitForTheCamerasAcquireFence).
+// when acquiring; with the wait left to the locks, the async locks wait for it (the YCbCr lock's
+// wait: ImageReadTest.LocksWaitForTheCamerasAcquireFence, through the library).
 TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
     using Clock = std::chrono::steady_clock;
     constexpr auto kDelay = std::chrono::milliseconds(300);
@@ -257,14 +349,11 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
         SCOPED_TRACE(waitInLock ? "wait in the lock" : "wait in the acquire");
         // Waiting in the acquire is the default; the property moves the wait to the locks.
         if (waitInLock) host::setProperty("host.imagereader.fence_wait", "lock");
-        jobject reader = newReader(kWidth + 1, kHeight + 1, 0x23, 1);
-        std::unique_ptr<CameraSource> camera =
-                connectCamera(reader, HAL_PIXEL_FORMAT_YCrCb_420_SP, kWidth + 1, kHeight + 1,
-                              std::chrono::microseconds(kDelay).count());
-        ASSERT_NE(camera, nullptr);
+        ASSERT_TRUE(connectCamera(kYuv420888, HAL_PIXEL_FORMAT_YCrCb_420_SP, kWidth + 1,
+                                  kHeight + 1, std::chrono::microseconds(kDelay).count()));
         const Clock::time_point queued = Clock::now();
-        ASSERT_EQ(camera->queueFrame(host::makeTestCard(kWidth + 1, kHeight + 1), 1), OK);
-        jobject image = acquireNext(reader);
+        ASSERT_EQ(mCamera->queueFrame(host::makeTestCard(kWidth + 1, kHeight + 1), 1), OK);
+        jobject image = acquireNext(mReader);
         ASSERT_NE(image, nullptr);
         android::BufferItem* item = itemOf(image);
         EXPECT_EQ(item->mFence->getStatus() == android::Fence::Status::Signaled, !waitInLock);
@@ -275,9 +364,6 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
                   OK);
         EXPECT_GE(Clock::now() - queued, kDelay);
         EXPECT_EQ(item->mGraphicBuffer->unlock(), OK);
-        close(image);
-        camera.reset();
-        close(reader);
     }
 }
 
@@ -285,14 +371,11 @@ TEST_F(CameraSourceTest, AcquireFencesHoldBackTheReader) {
 // cancelled, so the queue keeps no buffer of it.
 TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
     constexpr int32_t kRgb565 = HAL_PIXEL_FORMAT_RGB_565;
-    jobject reader = newReader(64, 32, 0x23, 1);
     // No camera writes RGB_565: it has no built-in encoder.
-    std::unique_ptr<CameraSource> camera = connectCamera(reader, kRgb565, 64, 32);
-    ASSERT_NE(camera, nullptr);
+    ASSERT_TRUE(connectCamera(kYuv420888, kRgb565, 64, 32));
     RgbPicture card = host::makeTestCard(64, 32);
-
-    EXPECT_EQ(camera->queueFrame(card, 1), android::BAD_VALUE);
-    EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
+    EXPECT_EQ(mCamera->queueFrame(card, 1), android::BAD_VALUE);
+    EXPECT_EQ(host::imageReaderSlotCounts(env, mReader).dequeued, 0);
 
     int calls = 0;
     host::setCameraFrameEncoder(kRgb565, [&](const RgbPicture& p, GraphicBuffer& buffer) {
@@ -301,21 +384,15 @@ TEST_F(CameraSourceTest, PluggedEncodersAndRefusedFrames) {
         EXPECT_EQ(buffer.getPixelFormat(), kRgb565);
         return OK;
     });
-    EXPECT_EQ(camera->queueFrame(card, 2), OK);
+    EXPECT_EQ(mCamera->queueFrame(card, 2), OK);
     EXPECT_EQ(calls, 1);
-    EXPECT_EQ(host::imageReaderSlotCounts(env, reader).queued, 1);
+    EXPECT_EQ(host::imageReaderSlotCounts(env, mReader).queued, 1);
     host::setCameraFrameEncoder(kRgb565, nullptr);
-    camera.reset();
-    close(reader);
 
     // A JPEG that does not fit its BLOB buffer with the trailer is refused.
-    reader = newReader(200, 1, 0x100, 1);
-    camera = connectCamera(reader, HAL_PIXEL_FORMAT_BLOB, 200, 1);
-    ASSERT_NE(camera, nullptr);
-    EXPECT_EQ(camera->queueFrame(card, 3), android::BAD_VALUE);
-    EXPECT_EQ(host::imageReaderSlotCounts(env, reader).dequeued, 0);
-    camera.reset();
-    close(reader);
+    ASSERT_TRUE(connectCamera(kJpeg, HAL_PIXEL_FORMAT_BLOB, 200, 1));
+    EXPECT_EQ(mCamera->queueFrame(card, 3), android::BAD_VALUE);
+    EXPECT_EQ(host::imageReaderSlotCounts(env, mReader).dequeued, 0);
 }
 
 }  // namespace
