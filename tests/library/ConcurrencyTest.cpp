@@ -13,9 +13,8 @@
 
 // The driver tests' support first: it chooses the OpenCL version of the headers.
 #include "opencl_test_support.h"
-// clang-format off
+
 #include "opencl/clWrapper.h"
-// clang-format on
 #include "platform/PlatformUtil.h"
 #include "qcom/FormatConverter.h"
 

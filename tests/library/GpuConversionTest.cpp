@@ -3,7 +3,6 @@
 // compressed NV12 frames, compared byte for byte with a CPU computation of the kernel's contract.
 // White-box: the units are compiled into this test.
 
-#include <android/log.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <hostcontrol/FaultInjection.h>
@@ -18,9 +17,8 @@
 
 // The driver tests' support first: it chooses the OpenCL version of the headers.
 #include "opencl_test_support.h"
-// clang-format off
+
 #include "opencl/clWrapper.h"
-// clang-format on
 #include "qcom/FormatConverter.h"
 #include "qcom/GraphicBufferAllocator.h"
 

@@ -1,7 +1,6 @@
 // The image helpers below the operations, on records built here: the checks of gralloc 4 P010
 // plane layouts, and the JPEG size of a null record.
 
-#include <android/log.h>
 #include <gtest/gtest.h>
 
 #include <ui/HostPlaneLayouts.h>
@@ -42,6 +41,8 @@ PlaneLayout plane(std::vector<std::tuple<PlaneLayoutComponentType, int, int>> co
 constexpr auto Y = PlaneLayoutComponentType::Y;
 constexpr auto CB = PlaneLayoutComponentType::CB;
 constexpr auto CR = PlaneLayoutComponentType::CR;
+constexpr auto R = PlaneLayoutComponentType::R, G = PlaneLayoutComponentType::G,
+               B = PlaneLayoutComponentType::B;
 
 // Each layout is dumped at verbose level before it is checked: a refusal ends the dumps.
 TEST_F(ImageHelpersTest, P010PlaneLayoutsAreCheckedComponentByComponent) {
@@ -68,18 +69,14 @@ TEST_F(ImageHelpersTest, P010PlaneLayoutsAreCheckedComponentByComponent) {
              "sampleIncrementInBits(16) of cbcr plane layout is not 32"},
             {{plane({{CB, 22, 10}, {CR, 6, 10}}, 32)}, "offsetInBits(22) of cb component is not 6"},
             {{plane({{CR, 6, 10}, {CB, 22, 10}}, 32)}, "offsetInBits(6) of cr component is not 22"},
-            {{plane({{PlaneLayoutComponentType::R, 0, 10},
-                     {PlaneLayoutComponentType::G, 10, 10},
-                     {PlaneLayoutComponentType::B, 20, 10}},
-                    32)},
-             "unknown components(7168)"},
+            {{plane({{R, 0, 10}, {G, 10, 10}, {B, 20, 10}}, 32)}, "unknown components(7168)"},
             {{plane({}, 16)}, "unknown components(0)"},
             {{plane({{CB, 6, 10}}, 32)}, "unknown components(2)"},
     };
     sp<GraphicBuffer> buffer = new GraphicBuffer(64, 32, HAL_PIXEL_FORMAT_YCBCR_P010, 1,
                                                  GRALLOC_USAGE_SW_READ_OFTEN, "test");
     ASSERT_EQ(buffer->initCheck(), 0);
-    uint8_t base[1];  // only offset from, never read
+    uint8_t base[8196];  // the planes are offsets into it; never read
     setLogLevel("V");
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "case " << &c - cases);
@@ -97,21 +94,17 @@ TEST_F(ImageHelpersTest, P010PlaneLayoutsAreCheckedComponentByComponent) {
         if (c.error != nullptr) {
             lines.push_back(std::string("6/NuvraSurfaceUtil: extractP010Gralloc4PlaneLayout: ") +
                             c.error);
-            EXPECT_EQ(out.flexFormat, 0);  // nothing written
-            EXPECT_EQ(out.data, nullptr);
-            EXPECT_EQ(out.chromaStep, 0u);
+            // Nothing written.
+            EXPECT_EQ(std::tie(out.flexFormat, out.data, out.chromaStep),
+                      std::make_tuple(0, nullptr, 0u));
         } else {
-            const bool planes = !c.layouts.empty();
-            EXPECT_EQ(out.data, planes ? base : nullptr);
-            EXPECT_EQ(out.dataCb, planes ? base + 8192 : nullptr);
-            EXPECT_EQ(out.dataCr, planes ? base + 8194 : nullptr);
-            EXPECT_EQ(out.stride, planes ? 256u : 0u);
-            EXPECT_EQ(out.chromaStride, planes ? 384u : 0u);
-            EXPECT_EQ(out.chromaStep, 4u);
-            EXPECT_EQ(out.flexFormat, HAL_PIXEL_FORMAT_YCBCR_P010);
-            EXPECT_EQ(out.format, 0x1234);
-            EXPECT_EQ(out.width, 64u);
-            EXPECT_EQ(out.height, 32u);
+            // No layouts, no planes.
+            using Planes = std::tuple<uint8_t*, uint8_t*, uint8_t*, uint32_t, uint32_t>;
+            EXPECT_EQ(Planes(out.data, out.dataCb, out.dataCr, out.stride, out.chromaStride),
+                      c.layouts.empty() ? Planes()
+                                        : Planes(base, base + 8192, base + 8194, 256, 384));
+            EXPECT_EQ(std::tie(out.chromaStep, out.flexFormat, out.format, out.width, out.height),
+                      std::make_tuple(4u, HAL_PIXEL_FORMAT_YCBCR_P010, 0x1234, 64u, 32u));
         }
         EXPECT_EQ(allLogLines(), lines);
     }

@@ -49,11 +49,11 @@ protected:
                                f.jpegTrailer);
     }
     // Whether the operation left the buffer locked; restores the unlocked state.
-    static bool leftLocked(const AcquiredImage& img) {
-        return wasLeftLocked(img.item->mGraphicBuffer);
-    }
-    jobject direct(void* p, size_t capacity) {
-        return env->NewDirectByteBuffer(p, static_cast<jlong>(capacity));
+    static bool leftLocked(const AcquiredImage& i) { return wasLeftLocked(i.item->mGraphicBuffer); }
+    jobject direct(void* p, jlong capacity) { return env->NewDirectByteBuffer(p, capacity); }
+    // The image copied into a direct buffer of `capacity` bytes at `p`.
+    int copy(jobject image, void* p, jlong capacity) {
+        return util()->nativePutByteBufferFromImage(env, image, direct(p, capacity));
     }
 };
 
@@ -180,12 +180,11 @@ TEST_F(ImageReadTest, EveryFormatIsWrappedAndCopiedWithTheLayoutsSize) {
             EXPECT_EQ(surfaceLines(),
                       lockedReadLines("nativeGetBufferfromImage", p010, e.geometry, blob));
 
-            // Copied into a buffer just large enough for the copy, which counts padded rows,
-            // and never less than the minimum. A byte below the minimum, a buffer that is not
-            // direct (capacity -1), or one that passes the minimum but is a byte short of the
-            // padded copy, is refused and leaves the image locked.
+            // Copied into a buffer just large enough for the copy (padded rows, never less than
+            // the minimum). A byte below the minimum, a heap buffer (capacity -1), or a byte short
+            // of the padded copy is refused and leaves the image locked.
             const uint32_t fits = std::max(e.size, e.minCapacity);
-            GuardedBuffer dst(fits, GuardedBuffer::Fence::After);
+            GuardedBuffer dst(fits);
             std::vector<std::pair<jlong, uint32_t>> refusals = {
                     {static_cast<jlong>(e.minCapacity) - 1, e.minCapacity}, {-1, e.minCapacity}};
             if (e.size > e.minCapacity) refusals.push_back({e.size - 1, e.size});
@@ -202,9 +201,7 @@ TEST_F(ImageReadTest, EveryFormatIsWrappedAndCopiedWithTheLayoutsSize) {
             EXPECT_EQ(dst.bytes(), std::vector<uint8_t>(dst.size(), kCanary));
             host::clearCapturedLogs();
             host::resetFaultsAndCalls();
-            EXPECT_EQ(
-                    util()->nativePutByteBufferFromImage(env, img.image, direct(dst.data(), fits)),
-                    0);
+            EXPECT_EQ(copy(img.image, dst.data(), fits), 0);
             EXPECT_EQ(host::recordedCalls(), calls);
             EXPECT_EQ(surfaceLines(),
                       lockedReadLines("nativePutByteBufferFromImage", p010, e.geometry, 2 * blob));
@@ -212,8 +209,7 @@ TEST_F(ImageReadTest, EveryFormatIsWrappedAndCopiedWithTheLayoutsSize) {
             expected.resize(dst.size(), kCanary);
             EXPECT_EQ(dst.bytes(), expected);
 
-            // Address, data space and JPEG size; none leaves the buffer locked (the wrap and the
-            // copy unlocked it: their one unlock is in the call record).
+            // Address, data space and JPEG size; none leaves the buffer locked.
             EXPECT_EQ(util()->nativeGetNativeContext(env, img.image),
                       reinterpret_cast<jlong>(img.base));
             EXPECT_EQ(util()->nativeGetDataSpaceFromImage(env, img.image), f.dataspace);
@@ -235,8 +231,7 @@ TEST_F(ImageReadTest, ClosedImagesReleaseTheirBufferAndWarn) {
     mProducer->setDequeueTimeout(0);
     std::vector<uint8_t> bytes(32 * 16 * 2);
     for (uint32_t seed = 2; seed <= 4; ++seed) {
-        ASSERT_EQ(util()->nativePutByteBufferFromImage(env, img.image, direct(bytes.data(), 8)),
-                  -22);
+        ASSERT_EQ(copy(img.image, bytes.data(), 8), -22);
         close(img.image);
         img = queueAndAcquire(raw.halFormat, seed);
         ASSERT_NE(img.item, nullptr);
@@ -246,9 +241,7 @@ TEST_F(ImageReadTest, ClosedImagesReleaseTheirBufferAndWarn) {
     EXPECT_EQ(util()->nativeGetNativeContext(env, first.image), 0);
     EXPECT_EQ(util()->nativeGetJpegSize(env, first.image), 0);
     EXPECT_EQ(util()->nativeGetBufferfromImage(env, first.image), nullptr);
-    EXPECT_EQ(util()->nativePutByteBufferFromImage(env, first.image,
-                                                   direct(bytes.data(), bytes.size())),
-              0);
+    EXPECT_EQ(copy(first.image, bytes.data(), bytes.size()), 0);
     EXPECT_EQ(util()->nativeGetDataSpaceFromImage(env, first.image), 0);
     EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_WARN),
               (std::vector<std::string>{"Image already released!!!", "Image already released!!!",
@@ -259,15 +252,15 @@ TEST_F(ImageReadTest, ClosedImagesReleaseTheirBufferAndWarn) {
 }
 
 // Images the operations refuse or can lock only in part: the address handed out, the wrap's
-// lines from warning up, and that every lock that succeeded was undone.
+// lines from debug up, the copy, and that every lock that succeeded was undone.
 TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
     const std::string lock = "6/lockImageFromBuffer: ";
     const std::string wrap = "6/nativeGetBufferfromImage: ";
     const std::string failed = wrap + "nativeGetBufferfromImage is failed";
     const struct {
         Frame frame;
-        const char* fault;                   // armed with -5 before each call
-        std::vector<std::string> wrapLines;  // empty: the wrap is not called
+        const char* fault;  // armed with -5 before each call
+        std::vector<std::string> wrapLines;
     } cases[] = {
             {{kJavaPrivate, 32, 16},
              nullptr,
@@ -283,7 +276,9 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
               lock + "Lock graphic buffer failed!(-5)", wrap + "No support format 0", failed}},
             // Locked whole instead, without chroma: wrapped and copied as the luma plane alone,
             // not as the rows up to address 0.
-            {{HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 16}, "buffer.lockAsyncYCbCr", {}},
+            {{HAL_PIXEL_FORMAT_YCrCb_420_SP, 16, 16},
+             "buffer.lockAsyncYCbCr",
+             {"5/lockImageFromBuffer: Lock buffer failed with lockAsyncYCbCr!(-5, format 17)"}},
             // The plane layouts refused: luma only.
             {{HAL_PIXEL_FORMAT_YCBCR_P010, 16, 16},
              nullptr,
@@ -305,67 +300,44 @@ TEST_F(ImageReadTest, RefusedAndPartlyLockedImages) {
                     aidl::android::hardware::graphics::common::PlaneLayoutComponentType::Y, 0, 8)};
             host::setPlaneLayoutOverride(android::OK, eightBit);
         }
-        const bool lockFails = c.frame.halFormat == kJavaPrivate ||
-                               (c.fault != nullptr && std::string(c.fault) == "buffer.lockAsync");
-        if (c.fault != nullptr) host::injectFault(c.fault, -5);
+        auto arm = [&] {
+            if (c.fault != nullptr) host::injectFault(c.fault, -5);
+            host::clearCapturedLogs();
+        };
+        arm();
+        // A failed lock logs its error first.
         EXPECT_EQ(util()->nativeGetNativeContext(env, img.image),
-                  lockFails ? 0 : reinterpret_cast<jlong>(img.base));
+                  c.wrapLines[0].rfind(lock, 0) == 0 ? 0 : reinterpret_cast<jlong>(img.base));
         EXPECT_FALSE(leftLocked(img));
-        if (c.wrapLines.empty()) {
-            EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_WARN,
-                               "lockImageFromBuffer: Lock buffer failed with "
-                               "lockAsyncYCbCr!(-5, format 17)"));
-            EXPECT_EQ(host::callCount("buffer.lockAsync"), 1u);
-            const uint32_t luma = img.layout.stride * c.frame.height;
-            host::injectFault(c.fault, -5);
-            jobject wrapped = util()->nativeGetBufferfromImage(env, img.image);
-            ASSERT_NE(wrapped, nullptr);
-            EXPECT_EQ(env->GetDirectBufferCapacity(wrapped), static_cast<jlong>(luma));
-            const uint32_t capacity = std::max(luma, c.frame.width * c.frame.height * 3 / 2);
-            GuardedBuffer dst(capacity, GuardedBuffer::Fence::After);
-            host::injectFault(c.fault, -5);
-            EXPECT_EQ(util()->nativePutByteBufferFromImage(env, img.image,
-                                                           direct(dst.data(), capacity)),
-                      0);
-            std::vector<uint8_t> expected(img.bytes.begin(), img.bytes.begin() + luma);
-            expected.resize(capacity, kCanary);
-            EXPECT_EQ(dst.bytes(), expected);
-            EXPECT_FALSE(leftLocked(img));
-            close(img.image);
-            continue;
-        }
-
-        if (c.fault != nullptr) host::injectFault(c.fault, -5);
-        host::clearCapturedLogs();
+        arm();
         jobject wrapped = util()->nativeGetBufferfromImage(env, img.image);
-        EXPECT_EQ(wrapped != nullptr, p010);
         EXPECT_FALSE(leftLocked(img));
         EXPECT_EQ(surfaceLines(ANDROID_LOG_VERBOSE), c.wrapLines);
-
-        if (p010) {
-            // Luma only: three times the luma plane's bytes, stride counted in 16-bit samples.
-            const size_t size = 3 * img.layout.stride * c.frame.height;
-            GuardedBuffer dst(size, GuardedBuffer::Fence::After);
-            EXPECT_EQ(
-                    util()->nativePutByteBufferFromImage(env, img.image, direct(dst.data(), size)),
-                    0);
-            EXPECT_EQ(dst.bytes(),
-                      std::vector<uint8_t>(img.bytes.begin(), img.bytes.begin() + size));
+        if (c.wrapLines.back() != failed) {
+            // The luma plane (P010: three times its bytes, the stride counting 16-bit samples).
+            const uint32_t size = img.layout.stride * c.frame.height * (p010 ? 3 : 1);
+            ASSERT_NE(wrapped, nullptr);
+            EXPECT_EQ(env->GetDirectBufferCapacity(wrapped), static_cast<jlong>(size));
+            const uint32_t capacity = std::max(size, c.frame.width * c.frame.height * 3 / 2);
+            GuardedBuffer dst(capacity);
+            arm();
+            EXPECT_EQ(copy(img.image, dst.data(), capacity), 0);
+            std::vector<uint8_t> expected(img.bytes.begin(), img.bytes.begin() + size);
+            expected.resize(capacity, kCanary);
+            EXPECT_EQ(dst.bytes(), expected);
         } else {
             // The copy refuses with the wrap's lines, but for the last, returns 0, writes
             // nothing and unlocks what it locked.
+            EXPECT_EQ(wrapped, nullptr);
             std::vector<std::string> lines(c.wrapLines.begin(), c.wrapLines.end() - 1);
-            const std::string copyName = "nativePutByteBufferFromImage: ";
-            lines.back() = "6/" + copyName + lines.back().substr(wrap.size());
-            if (c.fault != nullptr) host::injectFault(c.fault, -5);
-            host::clearCapturedLogs();
-            GuardedBuffer dst(64, GuardedBuffer::Fence::After);
-            EXPECT_EQ(util()->nativePutByteBufferFromImage(env, img.image, direct(dst.data(), 64)),
-                      0);
+            lines.back() = "6/nativePutByteBufferFromImage: " + lines.back().substr(wrap.size());
+            GuardedBuffer dst(64);
+            arm();
+            EXPECT_EQ(copy(img.image, dst.data(), 64), 0);
             EXPECT_EQ(surfaceLines(ANDROID_LOG_VERBOSE), lines);
             EXPECT_EQ(dst.bytes(), std::vector<uint8_t>(64, kCanary));
-            EXPECT_FALSE(leftLocked(img));
         }
+        EXPECT_FALSE(leftLocked(img));
         close(img.image);
     }
 }
@@ -376,17 +348,18 @@ TEST_F(ImageReadTest, JpegSizeFallsBackToTheBufferSizeWithoutAnExactTrailer) {
         std::vector<uint8_t> trailer;
         int expected;
     } cases[] = {
-            {jpegTrailer(0xFF, 0, 1234), 1234},
             {jpegTrailer(0xFF, 1, 1234), 3000},
             {jpegTrailer(0xFF, 0, 0), 3000},
             {jpegTrailer(0xFF, 0, 5000), 5000},
     };
+    const std::string fallback =
+            "Image_getJpegSize: No JPEG header detected, defaulting to size=width=3000";
     for (const auto& c : cases) {
         AcquiredImage img =
                 queueAndAcquire(HAL_PIXEL_FORMAT_BLOB, 1, HAL_DATASPACE_V0_JFIF, c.trailer);
         EXPECT_EQ(util()->nativeGetJpegSize(env, img.image), c.expected);
-        EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_WARN).size(), c.expected == 3000 ? 1u : 0u);
-        EXPECT_FALSE(leftLocked(img));
+        EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_WARN),
+                  std::vector<std::string>(c.expected == 3000, fallback));
         close(img.image);
     }
     EXPECT_EQ(util()->nativeGetJpegFooterSize(env), 8);
@@ -404,11 +377,10 @@ TEST_F(ImageReadTest, LocksWaitForTheCamerasAcquireFence) {
     ASSERT_EQ(camera->queueFrame(host::makeTestCard(64, 48), 1000), android::OK);
     const auto queued = std::chrono::steady_clock::now();
     jobject image = acquireNext(reader);
-    std::vector<uint8_t> copy(64 * 48 * 3 / 2);
-    ASSERT_EQ(util()->nativePutByteBufferFromImage(env, image, direct(copy.data(), copy.size())),
-              0);
+    std::vector<uint8_t> bytes(64 * 48 * 3 / 2);
+    ASSERT_EQ(copy(image, bytes.data(), bytes.size()), 0);
     EXPECT_GE(std::chrono::steady_clock::now() - queued, std::chrono::milliseconds(250));
-    EXPECT_EQ(copy, host::readBufferContents(*camera->lastBuffer()));
+    EXPECT_EQ(bytes, host::readBufferContents(*camera->lastBuffer()));
     camera.reset();
     close(reader);
 }
@@ -417,40 +389,33 @@ TEST_F(ImageReadTest, LocksWaitForTheCamerasAcquireFence) {
 
 // A JNIEnv whose FindClass and GetFieldID calls are counted (and can be made to fail) before they
 // reach the thread's real JNIEnv. Only the functions that the lookup uses are forwarded.
-struct CountingEnv {
-    const JNINativeInterface_* functions;
-    JNIEnv* real;
-};
+thread_local JNIEnv* tRealEnv = nullptr;
 std::atomic<int> gFindClassCalls{0};
 std::atomic<bool> gFailFindClass{false};
 std::atomic<bool> gFailGetFieldID{false};
 
-JNIEnv* realEnv(JNIEnv* env) {
-    return reinterpret_cast<CountingEnv*>(env)->real;
-}
-jclass countedFindClass(JNIEnv* env, const char* name) {
+jclass countedFindClass(JNIEnv*, const char* name) {
     gFindClassCalls++;
     // Long enough for a second caller to arrive while the first is inside the lookup.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return gFailFindClass ? nullptr : realEnv(env)->FindClass(name);
+    return gFailFindClass ? nullptr : tRealEnv->FindClass(name);
 }
-jfieldID forwardedGetFieldID(JNIEnv* env, jclass cls, const char* name, const char* sig) {
-    return gFailGetFieldID ? nullptr : realEnv(env)->GetFieldID(cls, name, sig);
+jfieldID forwardedGetFieldID(JNIEnv*, jclass cls, const char* name, const char* sig) {
+    return gFailGetFieldID ? nullptr : tRealEnv->GetFieldID(cls, name, sig);
 }
-jlong forwardedGetLongField(JNIEnv* env, jobject obj, jfieldID field) {
-    return realEnv(env)->GetLongField(obj, field);
+jlong forwardedGetLongField(JNIEnv*, jobject obj, jfieldID field) {
+    return tRealEnv->GetLongField(obj, field);
 }
 
 // The data space of `image` read through a counting JNIEnv on this thread.
 int dataSpaceThroughCountingEnv(JavaVM* vm, jobject image) {
-    JNIEnv* real = nullptr;
-    vm->AttachCurrentThread(reinterpret_cast<void**>(&real), nullptr);
-    JNINativeInterface_ table = *real->functions;
+    vm->AttachCurrentThread(reinterpret_cast<void**>(&tRealEnv), nullptr);
+    JNINativeInterface_ table = *tRealEnv->functions;
     table.FindClass = countedFindClass;
     table.GetFieldID = forwardedGetFieldID;
     table.GetLongField = forwardedGetLongField;
-    CountingEnv counting{&table, real};
-    return util()->nativeGetDataSpaceFromImage(reinterpret_cast<JNIEnv*>(&counting), image);
+    JNIEnv counting{&table};
+    return util()->nativeGetDataSpaceFromImage(&counting, image);
 }
 
 // Each case needs a process whose lookup has not run yet: it runs in a fresh child.
