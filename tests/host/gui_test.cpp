@@ -1,6 +1,5 @@
-// libgui on the host: the buffer queue's producer and consumer faces (slots, codes, counts, APIs,
-// abandonment, time-outs, the consumers) and android::Surface as the library drives it (queries,
-// perform requests, what travels with each buffer, faults, call record, fences, leaks).
+// libgui on the host: the buffer queue (slots, codes, counts, APIs, abandonment, time-outs, the
+// consumers) and android::Surface as the library drives it (queries, faults, fences, leaks).
 
 #include <gtest/gtest.h>
 #include <gui/BufferItemConsumer.h>
@@ -210,8 +209,7 @@ TEST_F(BufferQueueTest, ConsumerSettingsShapeBuffersThatMoveThroughTheSlotStates
     EXPECT_EQ(OK, mProducer->cancelBuffer(again, Fence::NO_FENCE));
     EXPECT_EQ(BAD_VALUE, mProducer->cancelBuffer(again, Fence::NO_FENCE));
 
-    // Discarded buffers are allocated again (the RGBA one would be reused), and a failed
-    // allocation gives its slot back (kept, it would make the next dequeue exceed the maximum).
+    // Discarded buffers are allocated again; a failed allocation gives its slot back.
     ASSERT_EQ(OK, mConsumer->discardFreeBuffers());
     uint64_t released = 0;
     ASSERT_EQ(OK, mConsumer->getReleasedBuffers(&released));
@@ -385,9 +383,8 @@ protected:
         ASSERT_EQ(OK, mConsumer->setDefaultBufferFormat(HAL_PIXEL_FORMAT_RGBA_8888));
         mSurface = new Surface(mProducer);
         mWindow = mSurface.get();
+        ASSERT_EQ(OK, native_window_api_connect(mWindow, NATIVE_WINDOW_API_CPU));
     }
-
-    void connect() { ASSERT_EQ(OK, native_window_api_connect(mWindow, NATIVE_WINDOW_API_CPU)); }
 
     // Dequeues one buffer, waiting for its fence.
     ANativeWindowBuffer* dequeue(status_t expected = OK) {
@@ -436,22 +433,20 @@ TEST_F(SurfaceTest, QueriesPerformAndConnectAnswerFromTheSurfaceOrTheQueue) {
     EXPECT_EQ(BAD_VALUE, native_window_set_scaling_mode(mWindow, 4));
     EXPECT_EQ(BAD_VALUE, native_window_set_buffers_dimensions(mWindow, 10, 0));
     EXPECT_EQ(BAD_VALUE, native_window_set_buffers_user_dimensions(mWindow, 0, 10));
-    // Deprecated connect/disconnect requests do nothing and succeed.
+    // The deprecated connect request does nothing (connected, a connect fails) and succeeds.
     EXPECT_EQ(OK, mWindow->perform(mWindow, NATIVE_WINDOW_CONNECT, NATIVE_WINDOW_API_CPU));
+    EXPECT_EQ(BAD_VALUE, mSurface->connect(NATIVE_WINDOW_API_CAMERA, nullptr, false));
 
-    ASSERT_EQ(OK, mSurface->connect(NATIVE_WINDOW_API_CAMERA, nullptr, false));
-    EXPECT_EQ(BAD_VALUE, native_window_api_connect(mWindow, NATIVE_WINDOW_API_CPU));
     // A format set by the producer is the Surface's answer until it disconnects.
     ASSERT_EQ(OK, native_window_set_buffers_format(mWindow, HAL_PIXEL_FORMAT_YV12));
     EXPECT_EQ(HAL_PIXEL_FORMAT_YV12, query(NATIVE_WINDOW_FORMAT));
-    ASSERT_EQ(OK, native_window_api_disconnect(mWindow, NATIVE_WINDOW_API_CAMERA));
+    ASSERT_EQ(OK, native_window_api_disconnect(mWindow, NATIVE_WINDOW_API_CPU));
     EXPECT_EQ(HAL_PIXEL_FORMAT_RGBA_8888, query(NATIVE_WINDOW_FORMAT));
 }
 
 // Size, format, transform, scaling mode, explicit timestamp and data space on each buffer are
 // SurfaceConfigurationTest's; here the usage, crop, API, timestamp's life and user dimensions.
 TEST_F(SurfaceTest, ProducerSettingsShapeAndTravelWithEachBuffer) {
-    connect();
     const uint64_t usage = GRALLOC_USAGE_SW_WRITE_OFTEN | (uint64_t{1} << 33);
     ASSERT_EQ(OK, native_window_set_usage(mWindow, usage));
     ASSERT_EQ(OK, native_window_set_buffers_timestamp(mWindow, 123456789));
@@ -481,16 +476,13 @@ TEST_F(SurfaceTest, ProducerSettingsShapeAndTravelWithEachBuffer) {
     for (const auto& c : steps) {
         ASSERT_EQ(OK, native_window_set_buffers_dimensions(mWindow, c.bufferW, c.bufferW));
         ASSERT_EQ(OK, native_window_set_buffers_user_dimensions(mWindow, c.userW, c.userW));
-        if (c.bufferW == 0 && c.userW != 0) {
-            EXPECT_EQ(c.userW, query(NATIVE_WINDOW_DEFAULT_WIDTH));
-        }
+        EXPECT_EQ(c.userW ? c.userW : 64, query(NATIVE_WINDOW_DEFAULT_WIDTH));
         EXPECT_EQ(c.width, cycle().mGraphicBuffer->getWidth()) << c.bufferW << "/" << c.userW;
     }
 }
 
 // The connect fault: SurfaceConnectionTest.EachFailingStepStopsTheSequenceWithBothLines.
 TEST_F(SurfaceTest, EveryWindowRequestIsRecordedAndInjectable) {
-    connect();
     host::clearRecordedCalls();
     ANativeWindowBuffer* anb = dequeue();
     query(NATIVE_WINDOW_FORMAT);
@@ -523,7 +515,6 @@ TEST_F(SurfaceTest, EveryWindowRequestIsRecordedAndInjectable) {
 }
 
 TEST_F(SurfaceTest, FailedOrAbandonedQueueLeavesACancelThatSucceeds) {
-    connect();
     ANativeWindowBuffer* anb = dequeue();
     const int fdsBefore = hosttest::openFdCount();
     host::injectFault("window.queueBuffer", NO_MEMORY);
@@ -531,8 +522,7 @@ TEST_F(SurfaceTest, FailedOrAbandonedQueueLeavesACancelThatSucceeds) {
     EXPECT_EQ(fdsBefore, hosttest::openFdCount());  // the fence was taken
     EXPECT_EQ(OK, mWindow->cancelBuffer(mWindow, anb, -1));
 
-    // Once the consumer abandons the queue every request to it fails, but the cancel still
-    // answers OK, disconnect is a no-op and the Surface still answers the format set through it.
+    // Abandoned: requests fail, but cancel and disconnect succeed; the Surface's format stays.
     ASSERT_EQ(OK, native_window_set_buffers_format(mWindow, HAL_PIXEL_FORMAT_YV12));
     anb = dequeue();
     mConsumer->abandon();
@@ -551,7 +541,6 @@ TEST_F(SurfaceTest, FailedOrAbandonedQueueLeavesACancelThatSucceeds) {
 }
 
 TEST_F(SurfaceTest, BufferCountAndTheWaitForTheReleaseFence) {
-    connect();
     // The count less the minimum undequeued (2) is the maximum dequeued: 1 to 64 less it.
     EXPECT_EQ(BAD_VALUE, native_window_set_buffer_count(mWindow, 2));
     EXPECT_EQ(BAD_VALUE, native_window_set_buffer_count(mWindow, 67));
@@ -584,7 +573,6 @@ TEST_F(SurfaceTest, BufferCountAndTheWaitForTheReleaseFence) {
 }
 
 TEST_F(SurfaceTest, LastQueuedBufferComesWithItsFenceAndTransform) {
-    connect();
     sp<GraphicBuffer> last;
     sp<Fence> fence;
     float matrix[16];
@@ -619,7 +607,6 @@ TEST_F(SurfaceTest, LastQueuedBufferComesWithItsFenceAndTransform) {
 
 // Allocation, reuse, reallocation, locks, imports of the handle and freeing, 2000 times over.
 TEST_F(SurfaceTest, ThousandsOfFramesLeakNoDescriptorOrMapping) {
-    connect();
     const int fdsBefore = hosttest::openFdCount();
     const size_t liveBefore = host::grallocLiveBufferCount();
     const int32_t formats[] = {HAL_PIXEL_FORMAT_YCrCb_420_SP, HAL_PIXEL_FORMAT_RGBA_8888,
