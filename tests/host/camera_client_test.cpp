@@ -9,26 +9,25 @@
 #include <hostcontrol/FaultInjection.h>
 #include <hostcontrol/LogCapture.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace android {
 namespace {
 
-// Whether a line of `tag` at `priority` that contains `fragment` was captured.
-bool logged(const std::string& tag, int priority, const std::string& fragment) {
-    for (const host::LogLine& line : host::capturedLogs()) {
-        if (line.tag == tag && line.priority == priority &&
-            line.text.find(fragment) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+// Whether an error line of `tag` containing `fragment` was captured.
+bool loggedError(const std::string& tag, const std::string& fragment) {
+    const std::vector<host::LogLine> logs = host::capturedLogs();
+    return std::any_of(logs.begin(), logs.end(), [&](const host::LogLine& l) {
+        return l.tag == tag && l.priority == ANDROID_LOG_ERROR &&
+               l.text.find(fragment) != std::string::npos;
+    });
 }
 
 TEST(CameraMetadataTest, EntriesKeepTheirTypeValuesAndInsertionIndex) {
     CameraMetadata metadata;
-    EXPECT_TRUE(metadata.isEmpty());
     const int32_t orientation = 270;
     const uint8_t facing = ANDROID_LENS_FACING_BACK;
     const int64_t exposure[] = {-1, INT64_C(0x123456789abc)};
@@ -81,9 +80,8 @@ TEST(CameraMetadataTest, UpdateReplacesInPlaceEraseRemovesAndCopiesAreIndependen
     EXPECT_EQ(metadata.entryCount(), 2u);
     camera_metadata_entry entry = metadata.find(ANDROID_SENSOR_INFO_ACTIVE_ARRAY_SIZE);
     EXPECT_EQ(entry.index, 0u);
-    ASSERT_EQ(entry.count, 2u);
-    EXPECT_EQ(entry.data.i32[0], 8);
-    EXPECT_EQ(entry.data.i32[1], 8);
+    EXPECT_EQ(std::vector<int32_t>(entry.data.i32, entry.data.i32 + entry.count),
+              (std::vector<int32_t>{8, 8}));
 
     // The writable entry writes through to the stored values.
     entry.data.i32[1] = 9;
@@ -123,7 +121,7 @@ TEST(CameraMetadataTest, UpdatesOfTheWrongTypeOrAnUnknownTagAreRefused) {
     const int64_t longValue = 1;
 
     EXPECT_EQ(metadata.update(ANDROID_SENSOR_ORIENTATION, &byteValue, 1), INVALID_OPERATION);
-    EXPECT_TRUE(logged("Camera2-Metadata", ANDROID_LOG_ERROR, "android.sensor.orientation"));
+    EXPECT_TRUE(loggedError("Camera2-Metadata", "android.sensor.orientation"));
     EXPECT_EQ(metadata.update(ANDROID_LENS_FACING, &intValue, 1), INVALID_OPERATION);
     EXPECT_EQ(metadata.update(ANDROID_SENSOR_TIMESTAMP, &intValue, 1), INVALID_OPERATION);
     EXPECT_EQ(metadata.update(ANDROID_SENSOR_SENSITIVITY, &longValue, 1), INVALID_OPERATION);
@@ -131,7 +129,7 @@ TEST(CameraMetadataTest, UpdatesOfTheWrongTypeOrAnUnknownTagAreRefused) {
 
     host::clearCapturedLogs();
     EXPECT_EQ(metadata.update(0xDEAD0001u, &intValue, 1), INVALID_OPERATION);
-    EXPECT_TRUE(logged("Camera2-Metadata", ANDROID_LOG_ERROR, "Unknown tag"));
+    EXPECT_TRUE(loggedError("Camera2-Metadata", "Unknown tag"));
     EXPECT_TRUE(metadata.isEmpty());
 
     // A refused update leaves an existing entry as it was.
@@ -182,8 +180,7 @@ TEST(CameraRotationTransformTest, EveryFacingOrientationMirrorModeAndInverseDisp
                                                                 mode, inverseDisplay, &transform),
                               OK);
                     EXPECT_EQ(transform, row[index] | (inverseDisplay ? kInverseDisplay : 0))
-                            << "facing " << facing << ", orientation " << index * 90
-                            << ", mirror mode " << mode << ", inverse display " << inverseDisplay;
+                            << facing << " " << index * 90 << " " << mode << " " << inverseDisplay;
                 }
             }
         }
@@ -206,7 +203,7 @@ protected:
         EXPECT_EQ(CameraUtils::getRotationTransform(metadata, mirrorMode, true, &transform),
                   INVALID_OPERATION);
         EXPECT_EQ(transform, 0);
-        EXPECT_TRUE(logged("CameraUtils", ANDROID_LOG_ERROR, line));
+        EXPECT_TRUE(loggedError("CameraUtils", line));
     }
 };
 
