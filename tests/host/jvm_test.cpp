@@ -17,6 +17,7 @@
 
 #include <cstdio>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -41,7 +42,6 @@ class JvmHarnessTest : public JniTest {};
 // -Xcheck:jni among the VM's options shows in the self-check's report below, the platform's
 // natives registered in the glue tests' calls (Surface.isValid(), the HardwareBuffer getters).
 TEST_F(JvmHarnessTest, RunsOneOpenJdk17WithThePlatformJarAndAnEnvPerThread) {
-    // "17", "17.0.15", ...: the major version of the running VM.
     std::string version = systemProperty(env, "java.version");
     EXPECT_TRUE(version == "17" || version.rfind("17.", 0) == 0) << version;
     EXPECT_EQ(systemProperty(env, "java.class.path").rfind(host::platformJarPath(), 0), 0u);
@@ -67,8 +67,7 @@ TEST_F(JvmHarnessTest, RunsOneOpenJdk17WithThePlatformJarAndAnEnvPerThread) {
     }).join();
 }
 
-// Tests that must fail: the self-check below runs them in a child process. They are disabled so
-// that a normal run skips them.
+// Tests that must fail, disabled: the self-check below runs them in a child process.
 TEST_F(JvmHarnessTest, DISABLED_FailsOnJvmReport) {
     jclass string = env->FindClass("java/lang/String");
     jmethodID length = env->GetMethodID(string, "length", "()I");
@@ -165,11 +164,10 @@ protected:
     jclass clazz = nullptr;
 };
 
-// The Java object holds a buffer of the size, format, usage and stride that the gralloc gives
-// the format on the profile, and its getters read that buffer (Java buffers of every NV21,
-// flexible and Venus format on both profiles are YuvProducerTest's targets). close() drops the
-// native buffer at once: the lookup then yields null, the getters throw, and a second close()
-// does nothing. A reference taken before close() keeps the buffer alive.
+// The buffer as the profile's gralloc makes it, read by the getters (every NV21, flexible and
+// Venus format on both profiles: YuvProducerTest's targets). close() drops the native buffer at
+// once (a reference taken before keeps it): the lookup yields null, the getters throw, a second
+// close() does nothing.
 TEST_F(HardwareBufferTest, CreatesOnTheProfileAndCloseDropsTheNativeBuffer) {
     ASSERT_TRUE(host::selectDeviceProfile("phone-qcom"));
     jobject buffer = newBuffer(1000, 750, HAL_PIXEL_FORMAT_YCBCR_P010);
@@ -179,11 +177,10 @@ TEST_F(HardwareBufferTest, CreatesOnTheProfileAndCloseDropsTheNativeBuffer) {
     ASSERT_NE(native, nullptr);
     AHardwareBuffer_Desc desc{};
     AHardwareBuffer_describe(native, &desc);
-    EXPECT_EQ(desc.width, 1000u);
-    EXPECT_EQ(desc.height, 750u);
-    EXPECT_EQ(desc.format, static_cast<uint32_t>(HAL_PIXEL_FORMAT_YCBCR_P010));
-    EXPECT_EQ(desc.stride, 1024u);  // padded on this profile
-    EXPECT_EQ(desc.usage, static_cast<uint64_t>(kCpuUsage));
+    // The stride padded on this profile.
+    EXPECT_EQ(std::tie(desc.width, desc.height, desc.format, desc.stride, desc.usage),
+              std::make_tuple(1000u, 750u, uint32_t{HAL_PIXEL_FORMAT_YCBCR_P010}, 1024u,
+                              uint64_t{kCpuUsage}));
     EXPECT_EQ(call(buffer, "getFormat", "()I"), HAL_PIXEL_FORMAT_YCBCR_P010);
     EXPECT_EQ(call(buffer, "getWidth", "()I"), 1000);
 
@@ -256,10 +253,9 @@ TEST_F(HardwareBufferTest, ObjectsNeverClosedDropTheirNativeObjectWhenCollected)
 
 class SurfaceGlueTest : public JniTest {};
 
-// A live Java Surface yields its native Surface and window (each getter has a fault point of its
-// own) and owns a strong reference on the Surface until released. A second Java Surface made
-// from the same producer is a Surface of its own on the same queue (what frames carry through it
-// is SurfaceTest's concern); releasing it leaves the first one working.
+// A live Java Surface yields its native Surface and window (each getter with a fault point of its
+// own) and owns a strong reference on the Surface until released. A second one on the same
+// producer is a Surface of its own; releasing it leaves the first one working.
 TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindowUntilReleased) {
     // No producer, no Surface; the null JNIEnv proves that the VM is not used at all.
     EXPECT_EQ(android_view_Surface_createFromIGraphicBufferProducer(nullptr, nullptr), nullptr);
@@ -291,7 +287,6 @@ TEST_F(SurfaceGlueTest, ALiveSurfaceYieldsItsNativeSurfaceAndWindowUntilReleased
 
     jobject second = android_view_Surface_createFromIGraphicBufferProducer(env, ts.producer);
     ASSERT_NE(second, nullptr);
-    EXPECT_FALSE(env->IsSameObject(second, ts.javaSurface));
     sp<Surface> secondSurface = android_view_Surface_getSurface(env, second);
     ASSERT_NE(secondSurface, nullptr);
     EXPECT_NE(secondSurface, ts.surface);
