@@ -19,22 +19,17 @@
 
 namespace {
 
-using android::BufferItem;
-using android::GraphicBuffer;
-using android::OK;
-using android::sp;
+using namespace hosttest;
 using host::CameraSource;
 using host::RgbPicture;
-using hosttest::ImageReaderTest;
 
 constexpr jint kYuv420888 = 0x23, kJpeg = 0x100;  // the readers' public formats
 constexpr uint32_t kWidth = 37, kHeight = 21;
 
-// An acquired image holds the acquired BufferItem in mNativeBuffer until close(); a second close
-// does nothing. (That close() releases the buffer, returns the item to the pool and zeroes the
-// field, the library's ImageReadTest.ClosedImagesReleaseTheirBufferAndWarn sees through it.)
-// maxImages open images are the limit: one more throws as on Android until one is closed.
-// acquireLatestImage skips to the newest frame, closing the ones before it.
+// An image holds its BufferItem in mNativeBuffer until close() (which releases the buffer, returns
+// the item and zeroes the field: ImageReadTest.ClosedImagesReleaseTheirBufferAndWarn); a second
+// close does nothing. One image over maxImages throws as on Android; acquireLatestImage skips to
+// the newest frame, closing the ones before it.
 TEST_F(ImageReaderTest, ImagesHoldTheirBufferItemUntilClosedUpToMaxImages) {
     openReader(64, 48, kYuv420888, 2);
     EXPECT_EQ(acquireNext(mReader), nullptr);  // nothing queued yet
@@ -52,6 +47,7 @@ TEST_F(ImageReaderTest, ImagesHoldTheirBufferItemUntilClosedUpToMaxImages) {
             callObject(image, "getHardwareBuffer", "()Landroid/hardware/HardwareBuffer;");
     EXPECT_EQ(android::android_hardware_HardwareBuffer_getNativeHardwareBuffer(env, hardwareBuffer),
               item->mGraphicBuffer->toAHardwareBuffer());
+    close(hardwareBuffer);  // it holds a reference on the buffer of its own
     android::BufferQueueConsumer::SlotCounts counts = host::imageReaderSlotCounts(env, mReader);
     EXPECT_EQ(counts.acquired, 1);
     EXPECT_EQ(counts.queued, 2);
@@ -179,11 +175,10 @@ int sampleAt(int32_t format, const uint8_t* row, uint32_t x) {
     }
 }
 
-// Checks every sample of the picture in the buffer, read as the format's consumers read it:
-// 8-bit YUV through the YCbCr lock (a phone pads rows to 64 bytes at least, so there the pitches
-// differ from the width), compressed NV12 through the CPU reference decoder, P010 through the
-// mapper's plane layouts (10-bit samples in the high bits), the rest row by row through a plain
-// lock: the luma (Y8, Y16) or the RGGB mosaic (RAW16 and RAW10 10-bit, RAW12 12-bit).
+// Checks every sample of the picture, read as the format's consumers read it: 8-bit YUV through
+// the YCbCr lock (a phone pads rows to 64 bytes at least), compressed NV12 through the reference
+// decoder, P010 through the mapper's plane layouts (10 bits high), the rest row by row through a
+// plain lock: the luma (Y8, Y16) or the RGGB mosaic (RAW16 and RAW10 10-bit, RAW12 12-bit).
 void expectPicture(GraphicBuffer& buffer, const RgbPicture& p, bool padded) {
     const int32_t format = buffer.getPixelFormat();
     const bool compressed = format == HAL_PIXEL_FORMAT_YCbCr_420_SP_VENUS_UBWC;
@@ -248,11 +243,10 @@ void expectJpeg(GraphicBuffer& buffer, const RgbPicture& p, size_t reportedSize)
     ASSERT_EQ(buffer.lock(GRALLOC_USAGE_SW_READ_OFTEN, &base), OK);
     const auto* b = static_cast<const uint8_t*>(base);
     const size_t capacity = buffer.getWidth();
-    const uint8_t* trailer = b + capacity - 8;
-    EXPECT_EQ(le16(trailer), 0x00FF);
-    EXPECT_EQ(le16(trailer + 2), 0);
-    const uint32_t size = le16(trailer + 4) | uint32_t{le16(trailer + 6)} << 16;
-    EXPECT_EQ(size, reportedSize);
+    const size_t size = reportedSize;  // the trailer: blob id 0x00FF, padding, the size
+    EXPECT_EQ(std::vector<uint8_t>(b + capacity - 8, b + capacity),
+              (std::vector<uint8_t>{0xFF, 0, 0, 0, uint8_t(size), uint8_t(size >> 8),
+                                    uint8_t(size >> 16), uint8_t(size >> 24)}));
     ASSERT_GT(size, 4u);
     ASSERT_LE(size, capacity - 8);
     EXPECT_EQ(le16(b), 0xD8FF);             // SOI
@@ -273,8 +267,8 @@ protected:
         ImageReaderTest::TearDown();
     }
 
-    // Opens the fixture's reader (closing the camera and the reader before, and so their images)
-    // with a camera of `format` feeding it; false when either is refused.
+    // A new reader (the camera and reader before closed) fed by a camera of `format`; false when
+    // either is refused.
     bool connectCamera(jint readerFormat, int32_t format, uint32_t width, uint32_t height,
                        int64_t fenceDelayUs = 0) {
         mCamera.reset();
@@ -291,10 +285,8 @@ protected:
 };
 
 // Every camera format the library reads, on a packed and a padded device, into a reader of the
-// matching public format: the image's buffer has the format and size, the picture in the
-// format's samples, and on the padded device rows longer than the picture.
+// matching public format (the reader's, then the camera's format below).
 TEST_F(CameraSourceTest, WritesThePictureInEveryCameraFormat) {
-    // The reader's public format and the camera's buffer format.
     const std::pair<jint, int32_t> cases[] = {
             {0x23, HAL_PIXEL_FORMAT_YCrCb_420_SP},
             {0x23, HAL_PIXEL_FORMAT_YCbCr_420_888},
