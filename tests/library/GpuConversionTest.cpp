@@ -11,8 +11,10 @@
 #include <hostproperties/HostProperties.h>
 #include <hostvndksupport/SphalNamespace.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 // The driver tests' support first: it chooses the OpenCL version of the headers.
@@ -66,14 +68,12 @@ std::string clError(int line, const char* call, const char* status, int code) {
 // Whether the converter logged `line` at error level: as it is, or, for the error line of an
 // OpenCL call (from clError), after the unit's source path.
 bool loggedError(const std::string& line) {
-    for (const std::string& l : lines(kConvTag)) {
-        if (line[0] == '[' ? l.rfind("6 ", 0) == 0 &&
-                                     l.find("qcom/FormatConverter.cpp" + line) != std::string::npos
-                           : l == "6 " + line) {
-            return true;
-        }
-    }
-    return false;
+    const std::vector<std::string> log = lines(kConvTag);
+    return std::any_of(log.begin(), log.end(), [&](const std::string& l) {
+        return line[0] == '['
+                       ? l.rfind("6 ", 0) == 0 && l.find("FormatConverter.cpp" + line) != l.npos
+                       : l == "6 " + line;
+    });
 }
 
 class GpuTest : public ::testing::Test {
@@ -146,11 +146,10 @@ TEST_F(GpuTest, AllocatorMakesAVenusNv21BufferAndItsRecord) {
     sp<GraphicBuffer> buffer = new GraphicBuffer(8, 8, HAL_PIXEL_FORMAT_RGBA_8888, 1, 3, "old");
     cl_mem_android_native_buffer_host_ptr record{};
     ASSERT_TRUE(vantora::GraphicBufferAllocator::allocateGraphicBuffer(buffer, record, 64, 30));
-    EXPECT_EQ(buffer->getPixelFormat(), 0x114);
-    EXPECT_EQ(buffer->getUsage(), 0x333u);
-    EXPECT_EQ(record.ext_host_ptr.allocation_type, 0x40C6u);
-    EXPECT_EQ(record.ext_host_ptr.host_cache_policy, 0x40A5u);
-    EXPECT_EQ(record.anb_ptr, buffer->getNativeBuffer());
+    EXPECT_EQ(std::make_tuple(buffer->getPixelFormat(), buffer->getUsage(), record.anb_ptr),
+              std::make_tuple(0x114, uint64_t{0x333}, buffer->getNativeBuffer()));
+    EXPECT_EQ(std::tie(record.ext_host_ptr.allocation_type, record.ext_host_ptr.host_cache_policy),
+              std::make_tuple(0x40C6u, 0x40A5u));
 
     // A zero size is refused: the record stays untouched, the pointer holds the unusable buffer.
     cl_mem_android_native_buffer_host_ptr untouched{};
@@ -172,9 +171,7 @@ TEST_F(GpuTest, ConverterDecompressesIntoPackedNv21AndReleasesWhatItMadeOnFailur
     const cl_image_format nv12{CL_QCOM_NV12, CL_UNORM_INT8};
     for (auto [rows, expected] :
          {std::pair<size_t, size_t>{3000, 4512}, {1080, 1632}, {1088, 1632}}) {
-        cl_image_desc desc{};
-        desc.image_width = 1920;
-        desc.image_height = rows;
+        const cl_image_desc desc{CL_MEM_OBJECT_IMAGE2D, 1920, rows, 0, 0, 0, 0, 0, 0, {}};
         size_t width = 0, height = 0;
         converter.calculateGraphicBufferDimension(nv12, desc, width, height);
         EXPECT_EQ(height, expected);
