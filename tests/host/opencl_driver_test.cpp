@@ -39,9 +39,7 @@ __kernel void write_planes(__write_only image2d_t luma, __write_only image2d_t c
 )CLC";
 
 // The vendor driver opened as the library opens it, its entry points, and a context on its one
-// device with a queue and the tests' program. get() is the one shared by the tests of the process,
-// built once since PoCL compiles slowly, and never destroyed: the driver stays loaded for the
-// whole process.
+// device with a queue and the tests' program; one for the process (PoCL compiles slowly).
 struct ClSession {
     void* handle = dlopen(kVendorDriver.c_str(), RTLD_NOW | RTLD_GLOBAL);
 
