@@ -54,12 +54,10 @@ protected:
     }
     // The index of the library's first captured line `text` at `priority`; -1 when there is none.
     static int lineIndex(int priority, const std::string& text) {
-        std::vector<host::LogLine> lines = host::capturedLogs();
-        for (size_t i = 0; i < lines.size(); ++i) {
-            const host::LogLine& l = lines[i];
-            if (l.tag == kSurfaceTag && l.priority == priority && l.text == text) return int(i);
-        }
-        return -1;
+        const std::vector<std::string> lines = allLogLines();
+        const auto at = std::find(lines.begin(), lines.end(),
+                                  std::to_string(priority) + "/" + kSurfaceTag + ": " + text);
+        return at == lines.end() ? -1 : int(at - lines.begin());
     }
 
     TestSurface ts;
@@ -142,13 +140,11 @@ std::vector<uint8_t> expectedBuffer(const Written& c, host::GrallocLayout l,
             }
         }
     } else {
-        // NV21 into NV21 or YCbCr_420_888: the luma, then the chroma run, whole when the buffer is
-        // packed and by rows at the buffer's stride otherwise. Into NV21 through the plain lock,
-        // the chroma follows the luma rows in one plane. Through lockYCbCr (YCbCr_420_888, and
-        // NV21 on K.ORB, which never tries the plain lock) it goes to cr, which is one byte into
-        // an NV12-ordered plane; when the plain lock fails it goes to cb, one byte into the NV21
-        // plane. Every chroma byte that lands inside the plane (ceil(h / 2) rows at the chroma
-        // stride) is written, nothing after.
+        // NV21 into NV21 or YCbCr_420_888: the luma, then the chroma, as one run when the buffer
+        // is packed and by rows at its stride otherwise. Through the plain lock the chroma follows
+        // the luma rows; through lockYCbCr (YCbCr_420_888, and NV21 on K.ORB) it goes to cr, one
+        // byte into an NV12-ordered plane, and after a failed plain lock to cb, one byte into the
+        // NV21 plane. It stops at the plane's end (ceil(h / 2) rows at the chroma stride).
         const bool plainLock = throughPlainLock(c);
         const bool fellBack = c.fault != nullptr && !kKorb;
         const size_t chroma = plainLock ? l.stride * h : fellBack ? l.cbOffset : l.crOffset;
@@ -172,7 +168,6 @@ std::vector<uint8_t> expectedBuffer(const Written& c, host::GrallocLayout l,
 // that tell how it was written.
 TEST_F(FrameProducerTest, FramesAreWrittenAsEachTargetHoldsThem) {
     const Written cases[] = {
-            {"packed-nv21", kNv21, kRgba, 36, 10},
             {"phone-nv21", kNv21, kRgba, 36, 10},
             {"packed-nv21", kYv12, kRgba, 64, 20},
             {"phone-nv21", kFlex, kRgba, 40, 6},
@@ -220,9 +215,7 @@ TEST_F(FrameProducerTest, FramesAreWrittenAsEachTargetHoldsThem) {
                                           << c.bufferFormat << ", " << c.w << "x" << c.h);
         if (!runsHere(c.vendors)) continue;
         resetHostPlatform();
-        if (c.profile != nullptr) {
-            ASSERT_TRUE(host::selectDeviceProfile(c.profile));
-        }
+        ASSERT_TRUE(c.profile == nullptr || host::selectDeviceProfile(c.profile));
         makeSurface(c.bufferFormat, c.w, c.h);
         size_t frameBytes = c.inputFormat == kNv21 ? c.w * c.h * 3 / 2 : c.w * c.h * 4;
         std::vector<uint8_t> input = randomBytes(c.inputBytes != 0 ? c.inputBytes : frameBytes, 1);
@@ -235,9 +228,7 @@ TEST_F(FrameProducerTest, FramesAreWrittenAsEachTargetHoldsThem) {
         ASSERT_TRUE(host::grallocLayoutOf(*item.mGraphicBuffer, &l));
         // The whole buffer, padding included.
         EXPECT_EQ(host::readBufferMemory(*item.mGraphicBuffer), expectedBuffer(c, l, input));
-        if (c.fault != nullptr) {
-            EXPECT_EQ(l.size, 12288u);  // the fallback row's three pages
-        }
+        EXPECT_TRUE(c.fault == nullptr || l.size == 12288u);  // the fallback row's three pages
         EXPECT_EQ(logTexts("Gralloc4", ANDROID_LOG_ERROR).size(), writesNothing(c) ? 1u : 0u);
         const int b = c.bufferFormat;
         EXPECT_EQ(wrote("produceFrame: stride is: " + std::to_string(l.stride)), b == kYv12);
@@ -250,13 +241,13 @@ TEST_F(FrameProducerTest, FramesAreWrittenAsEachTargetHoldsThem) {
     }
 }
 
-// A Surface whose buffer reports a YV12 stride the gralloc would never give (648 pixels), as a
-// faulty gralloc could.
+// A Surface whose 640x480 YV12 buffer reports a stride the gralloc would never give (648
+// pixels), as a faulty gralloc could.
 class MisalignedYv12Surface : public android::Surface {
 public:
-    MisalignedYv12Surface(const sp<android::IGraphicBufferProducer>& producer,
-                          const sp<GraphicBuffer>& buffer)
-        : Surface(producer, true), mBuffer(buffer) {
+    explicit MisalignedYv12Surface(const sp<android::IGraphicBufferProducer>& producer)
+        : Surface(producer, true),
+          mBuffer(new GraphicBuffer(640, 480, kYv12, 1, GRALLOC_USAGE_SW_WRITE_OFTEN, "test")) {
         mBuffer->stride = 648;
     }
 
@@ -276,10 +267,7 @@ TEST_F(FrameProducerTest, Yv12StrideThatIsNotSixteenPixelAlignedAborts) {
     EXPECT_DEATH(
             {
                 TestSurface queue = makeTestSurface(env, {640, 480, kYv12});
-                sp<GraphicBuffer> buffer = new GraphicBuffer(
-                        640, 480, kYv12, 1,
-                        GRALLOC_USAGE_SW_WRITE_OFTEN | GRALLOC_USAGE_SW_READ_OFTEN, "test");
-                sp<android::Surface> s = new MisalignedYv12Surface(queue.producer, buffer);
+                sp<android::Surface> s = new MisalignedYv12Surface(queue.producer);
                 jobject javaSurface = android::android_view_Surface_createFromSurface(env, s);
                 std::vector<uint8_t> rgba(640 * 480 * 4);
                 jobject pixels = env->NewDirectByteBuffer(rgba.data(), rgba.size());
@@ -353,95 +341,83 @@ TEST_F(FrameProducerTest, BadArgumentsAreRefusedBeforeTheDequeue) {
 // row does, rather than read past its end.
 TEST_F(FrameProducerTest, RefusalsAfterTheDequeueCancelTheBuffer) {
     const int warn = ANDROID_LOG_WARN, error = ANDROID_LOG_ERROR;
-    const std::string lockError =
-            std::string("produceFrame: Error ") + strerror(12) + " (-12) while";
-    const std::string ycbcrError =
-            withError("produceFrame: Failed to lock ycbcr buffer, error", -12);
+    const std::string lockError = std::string("Error ") + strerror(12) + " (-12) while";
+    const std::string ycbcrError = withError("Failed to lock ycbcr buffer, error", -12);
     auto tooSmall = [](int bytes) {
-        return "produceFrame: PixelBuffer size " + std::to_string(bytes) +
-               " too small for given dimensions";
+        return "PixelBuffer size " + std::to_string(bytes) + " too small for given dimensions";
     };
     const struct {
         int bufferFormat, inputFormat, w, h;
-        const char* fault;  // armed with `status`
+        std::string fault;  // armed with `status`
         int status;
         std::string line;
         size_t inputBytes = 0;  // 0: w x h x 4
+        Vendors vendors = kAllVendors;
         int level = ANDROID_LOG_ERROR;
         std::string progress = "";
-        Vendors vendors = kAllVendors;
         int bufferWidth = 0;  // when not w
     } cases[] = {
-            {kNv21, kRgba, 16, 8, nullptr, -22,
-             "produceFrame: Received gralloc buffer with bad dimensions 8x8, expecting "
-             "dimensions 16 x 8",
-             0, error, "", kAllVendors, 8},
-            {kNv21, 0x36, 8, 8, nullptr, -22,
-             "produceFrame: Invalid pixel format in produceFrame: 36"},
+            {kNv21, kRgba, 16, 8, "", -22,
+             "Received gralloc buffer with bad dimensions 8x8, expecting dimensions 16 x 8", 0,
+             kAllVendors, error, "", 8},
+            {kNv21, 0x36, 8, 8, "", -22, "Invalid pixel format in produceFrame: 36"},
             {kNv21, kRgba, 8, 8, "window.query.FORMAT", -19,
-             withError("produceFrame: Error while querying surface pixel format", -19)},
-            {kYv12, kRgba, 34, 11, nullptr, -22,
-             "produceFrame: Dimens 34 x 11 are not divisible by 2."},
-            {kYv12, kNv21, 16, 4, nullptr, -38,
-             "produceFrame: Convert 420sp to other format(32315659) is not supported yet."},
-            {kVenusNv21, kNv21, 64, 20, nullptr, -38,
-             "produceFrame: Convert 420sp to venus is working with qcom only (0x114)", 1920, error,
-             "", kOthersOnly},
-            {kVenusNv12, kNv21, 128, 6, nullptr, -38,
-             "produceFrame: Convert 420sp to venus is working with qcom only (0x7fa30c04)", 1152,
-             error, "", kOthersOnly},
-            {kBlob, kBlob, 1007, 1, nullptr, -22,
-             "produceFrame: Pixel buffer needs size 1008, cannot fit in gralloc buffer of size "
-             "1007",
-             1000},
-            {kNv21, kRgba, 8, 4, nullptr, -22, tooSmall(127), 127},
-            {kNv21, kNv21, 8, 5, nullptr, -22, tooSmall(59), 59},
-            {kRgb565, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47, warn},
-            {kRgb565, kFlex, 8, 4, nullptr, -22, tooSmall(127), 127, warn},
-            {kFlex, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47},
-            {kVenusNv21, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47, error, "", kQcomOnly},
-            {kVenusNv12, kNv21, 8, 4, nullptr, -22, tooSmall(47), 47, error, "", kQcomOnly},
+             withError("Error while querying surface pixel format", -19)},
+            {kYv12, kRgba, 34, 11, "", -22, "Dimens 34 x 11 are not divisible by 2."},
+            {kYv12, kNv21, 16, 4, "", -38,
+             "Convert 420sp to other format(32315659) is not supported yet."},
+            {kVenusNv21, kNv21, 64, 20, "", -38,
+             "Convert 420sp to venus is working with qcom only (0x114)", 1920, kOthersOnly},
+            {kVenusNv12, kNv21, 128, 6, "", -38,
+             "Convert 420sp to venus is working with qcom only (0x7fa30c04)", 1152, kOthersOnly},
+            {kBlob, kBlob, 1007, 1, "", -22,
+             "Pixel buffer needs size 1008, cannot fit in gralloc buffer of size 1007", 1000},
+            {kNv21, kRgba, 8, 4, "", -22, tooSmall(127), 127},
+            {kNv21, kNv21, 8, 5, "", -22, tooSmall(59), 59},
+            {kRgb565, kNv21, 8, 4, "", -22, tooSmall(47), 47, kAllVendors, warn},
+            {kRgb565, kFlex, 8, 4, "", -22, tooSmall(127), 127, kAllVendors, warn},
+            {kFlex, kNv21, 8, 4, "", -22, tooSmall(47), 47},
+            {kVenusNv21, kNv21, 8, 4, "", -22, tooSmall(47), 47, kQcomOnly},
+            {kVenusNv12, kNv21, 8, 4, "", -22, tooSmall(47), 47, kQcomOnly},
             {kNv21, kRgba, 16, 4, "buffer.lock", -12, lockError + " locking buffer for write."},
             {kYv12, kRgba, 16, 4, "buffer.lock", -12,
              lockError + " locking gralloc buffer for write."},
             {kFlex, kRgba, 16, 4, "buffer.lockYCbCr", -12, ycbcrError},
             {kRgb565, kNv21, 16, 4, "buffer.lock", -12,
-             withError("produceFrame: Failed to lock buffer, error", -12)},
-            {kFlex, kNv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, error,
+             withError("Failed to lock buffer, error", -12)},
+            {kFlex, kNv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, kAllVendors, error,
              "produceFrame: y = (nil), cr = (nil), error(-12)"},
-            {kVenusNv12, kNv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, error,
-             "produceFrame: y = (nil), cb = (nil) error(-12), yStride(0), cStride(0)", kQcomOnly},
+            {kVenusNv12, kNv21, 16, 4, "buffer.lockYCbCr", -12, ycbcrError, 0, kQcomOnly, error,
+             "produceFrame: y = (nil), cb = (nil) error(-12), yStride(0), cStride(0)"},
             {kNv21, kRgba, 16, 4, "buffer.lock.nullAddress", -22,
-             "produceFrame: nullptr after locking buffer for write."},
+             "nullptr after locking buffer for write."},
             {kNv21, kRgba, 16, 4, "buffer.unlock", -5,
-             withError("produceFrame: Failed to unlock buffer, error", -5)},
+             withError("Failed to unlock buffer, error", -5)},
             {kNv21, kRgba, 16, 4, "window.queueBuffer", -19,
-             withError("produceFrame: Failed to queue buffer, error", -19)},
+             withError("Failed to queue buffer, error", -19)},
     };
+    const std::string produceLine = "nativeProduceFrame: Error while producing frame";
     setLogLevel("V");
     for (const auto& c : cases) {
         SCOPED_TRACE(c.line);
         if (!runsHere(c.vendors)) continue;
         makeSurface(c.bufferFormat, c.bufferWidth != 0 ? c.bufferWidth : c.w, c.h);
-        if (c.fault != nullptr) host::injectFault(c.fault, c.status);
+        if (!c.fault.empty()) host::injectFault(c.fault, c.status);
         std::vector<uint8_t> pixels =
                 randomBytes(c.inputBytes != 0 ? c.inputBytes : c.w * c.h * 4, 3);
         EXPECT_EQ(produce(pixels, c.w, c.h, c.inputFormat), c.status);
-        const std::string fault = c.fault != nullptr ? c.fault : "";
-        const bool locked = fault.rfind("buffer.", 0) == 0 || fault == "window.queueBuffer";
-        const bool lockFailed = fault == "buffer.lock" || fault == "buffer.lockYCbCr";
+        const bool locked = c.fault.rfind("buffer.", 0) == 0 || c.fault == "window.queueBuffer";
+        const bool lockFailed = c.fault == "buffer.lock" || c.fault == "buffer.lockYCbCr";
         EXPECT_EQ(host::callCount("buffer.lock") + host::callCount("buffer.lockYCbCr"),
                   locked ? 1u : 0u);
         EXPECT_EQ(host::callCount("buffer.unlock"), locked && !lockFailed ? 1u : 0u);
-        int failure = lineIndex(c.level, c.line);
-        EXPECT_GE(failure, 0);
-        const std::string produceLine = "nativeProduceFrame: Error while producing frame";
-        EXPECT_GT(lineIndex(ANDROID_LOG_ERROR, withError(produceLine, c.status)), failure);
-        if (!c.progress.empty()) {
-            int progress = lineIndex(ANDROID_LOG_VERBOSE, c.progress);
-            EXPECT_GE(progress, 0);
-            EXPECT_LT(progress, failure);
-        }
+        // The progress line, the failure's, the operation's: all there, in this order.
+        std::vector<int> order = {lineIndex(ANDROID_LOG_VERBOSE, c.progress),
+                                  lineIndex(c.level, "produceFrame: " + c.line),
+                                  lineIndex(error, withError(produceLine, c.status))};
+        if (c.progress.empty()) order.erase(order.begin());
+        EXPECT_TRUE(order[0] >= 0 && std::is_sorted(order.begin(), order.end()))
+                << testing::PrintToString(order);
         // Nothing reached the consumer, and the producer may hold as many buffers as before.
         EXPECT_EQ(host::callCount("window.cancelBuffer"), 1u);
         BufferItem item;
