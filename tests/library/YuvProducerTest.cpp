@@ -23,10 +23,8 @@ namespace {
 using android::GraphicBuffer;
 using android::sp;
 
-constexpr int kVenusNv21 = 0x114;
-constexpr int kVenusNv12 = 0x7FA30C04;
-constexpr int kNv21M = 0x11D;
-constexpr int kFlexible = HAL_PIXEL_FORMAT_YCbCr_420_888;
+constexpr int kVenusNv21 = 0x114, kVenusNv12 = 0x7FA30C04, kNv21M = 0x11D;
+constexpr int kNv21 = HAL_PIXEL_FORMAT_YCrCb_420_SP, kFlexible = HAL_PIXEL_FORMAT_YCbCr_420_888;
 constexpr uint64_t kCpuReadWrite = GRALLOC_USAGE_SW_READ_OFTEN | GRALLOC_USAGE_SW_WRITE_OFTEN;
 
 // A frame's planes as the producers read them: luma rows and NV21 chroma rows from the Cr
@@ -91,6 +89,12 @@ protected:
         host::resetFaultsAndCalls();
         host::clearCapturedLogs();
     }
+    int intoSurface(jobject image) {
+        return util()->nativeProduceFrameWithYuv420(env, target.javaSurface, image);
+    }
+    int intoBuffer(jobject a, jobject b) {
+        return util()->nativeProduceFrameToHardwareBuffer(env, a, b);
+    }
     sp<GraphicBuffer> receive() {
         android::BufferItem item;
         if (target.consumer->acquireBuffer(&item, 0) != android::OK) return nullptr;
@@ -122,7 +126,7 @@ protected:
     std::vector<jobject> hardwareBuffers;
 };
 
-const int kTargets[] = {HAL_PIXEL_FORMAT_YCrCb_420_SP, kVenusNv21, kNv21M, kFlexible, kVenusNv12};
+const int kTargets[] = {kNv21, kVenusNv21, kNv21M, kFlexible, kVenusNv12};
 
 // Into a hardware buffer the image may be either argument.
 TEST_F(YuvProducerTest, CameraFrameIntoEverySurfaceAndHardwareBufferFormatOnBothProfiles) {
@@ -136,7 +140,7 @@ TEST_F(YuvProducerTest, CameraFrameIntoEverySurfaceAndHardwareBufferFormatOnBoth
                 jobject image = acquireCameraFrame(kFlexible, w, h);
                 ASSERT_NE(image, nullptr);
                 makeTarget(format, w, h);
-                ASSERT_EQ(util()->nativeProduceFrameWithYuv420(env, target.javaSurface, image), 0);
+                ASSERT_EQ(intoSurface(image), 0);
                 // The image was locked and unlocked again before the copy.
                 EXPECT_TRUE(imageUnlocked());
                 sp<GraphicBuffer> got = receive();
@@ -147,10 +151,7 @@ TEST_F(YuvProducerTest, CameraFrameIntoEverySurfaceAndHardwareBufferFormatOnBoth
                     SCOPED_TRACE(imageFirst ? "image first" : "buffer first");
                     sp<GraphicBuffer> buffer;
                     jobject hb = newHardwareBuffer(w, h, format, &buffer);
-                    ASSERT_EQ(imageFirst
-                                      ? util()->nativeProduceFrameToHardwareBuffer(env, image, hb)
-                                      : util()->nativeProduceFrameToHardwareBuffer(env, hb, image),
-                              0);
+                    ASSERT_EQ(imageFirst ? intoBuffer(image, hb) : intoBuffer(hb, image), 0);
                     EXPECT_TRUE(imageUnlocked());
                     expectPlanesCopied(*buffer, source, w, h);
                 }
@@ -171,7 +172,7 @@ TEST_F(YuvProducerTest, PaddedNv21BufferRowsAndChromaOffset) {
     for (const Case& c :
          {Case{1000, 8, 1024, 8}, Case{1000, 8, 1000, 8}, Case{1000, 6, 1088, 1088}}) {
         SCOPED_TRACE(std::to_string(c.width) + " stride " + std::to_string(c.stride));
-        makeTarget(HAL_PIXEL_FORMAT_YCrCb_420_SP, c.width, c.height);
+        makeTarget(kNv21, c.width, c.height);
         const size_t chromaOffset = static_cast<size_t>(c.heightSlice) * c.stride;
         std::vector<uint8_t> in(chromaOffset + c.height / 2 * c.stride);
         std::generate(in.begin(), in.end(), std::mt19937(3));
@@ -204,32 +205,31 @@ TEST_F(YuvProducerTest, PaddedNv21BufferRowsAndChromaOffset) {
 TEST_F(YuvProducerTest, RefusalsAndUnlockFailuresCancelTheSurfacesBuffer) {
     setLogLevel("V");
     const uint32_t w = 32, h = 16;
+    using Lines = std::vector<std::string>;
+    auto errors = [] { return logTexts(kSurfaceTag, ANDROID_LOG_ERROR); };
+    const std::string failed = ": Error while producing frame";
+    const std::string intoHb = "nativeProduceFrameToHardwareBuffer", intoHbFailed = intoHb + failed;
     // A source image that is not flexible YUV.
-    jobject image = acquireCameraFrame(HAL_PIXEL_FORMAT_YCrCb_420_SP, w, h);
+    jobject image = acquireCameraFrame(kNv21, w, h);
     ASSERT_NE(image, nullptr);
-    makeTarget(HAL_PIXEL_FORMAT_YCrCb_420_SP, w, h);
-    EXPECT_EQ(util()->nativeProduceFrameWithYuv420(env, target.javaSurface, image),
-              android::BAD_VALUE);
+    makeTarget(kNv21, w, h);
+    EXPECT_EQ(intoSurface(image), android::BAD_VALUE);
     EXPECT_TRUE(
             logged(kSurfaceTag, ANDROID_LOG_ERROR,
                    "produceFrameWithYuv420: Invalid pixel format in produceFrameWithYuv420: 11"));
     expectCancelled();
     EXPECT_TRUE(imageUnlocked());
     host::clearCapturedLogs();
-    jobject hb = newHardwareBuffer(w, h, HAL_PIXEL_FORMAT_YCrCb_420_SP);
-    EXPECT_EQ(util()->nativeProduceFrameToHardwareBuffer(env, image, hb), android::BAD_VALUE);
-    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
-              (std::vector<std::string>{
-                      "produceFrameToGraphicBuffer: Invalid pixel format: 11",
-                      withError("nativeProduceFrameToHardwareBuffer: Error while producing frame",
-                                android::BAD_VALUE)}));
+    jobject hb = newHardwareBuffer(w, h, kNv21);
+    EXPECT_EQ(intoBuffer(image, hb), android::BAD_VALUE);
+    EXPECT_EQ(errors(), (Lines{"produceFrameToGraphicBuffer: Invalid pixel format: 11",
+                               withError(intoHbFailed, android::BAD_VALUE)}));
     EXPECT_TRUE(imageUnlocked());
 
     // A flexible image into an RGBA hardware buffer: -38.
     image = acquireCameraFrame(kFlexible, w, h);
     ASSERT_NE(image, nullptr);
-    jobject rgba = newHardwareBuffer(w, h, HAL_PIXEL_FORMAT_RGBA_8888);
-    EXPECT_EQ(util()->nativeProduceFrameToHardwareBuffer(env, image, rgba),
+    EXPECT_EQ(intoBuffer(image, newHardwareBuffer(w, h, HAL_PIXEL_FORMAT_RGBA_8888)),
               android::INVALID_OPERATION);
     EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_ERROR,
                        "produceFrameToGraphicBuffer: Convert 420sp to other format(1) is not "
@@ -240,47 +240,38 @@ TEST_F(YuvProducerTest, RefusalsAndUnlockFailuresCancelTheSurfacesBuffer) {
     // the target is unlocked before the image.
     host::clearCapturedLogs();
     host::injectFault("buffer.unlock", -EIO);
-    EXPECT_EQ(util()->nativeProduceFrameToHardwareBuffer(env, image, hb), -EIO);
-    EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
-              (std::vector<std::string>{withError(
-                      "nativeProduceFrameToHardwareBuffer: Error while producing frame", -EIO)}));
+    EXPECT_EQ(intoBuffer(image, hb), -EIO);
+    EXPECT_EQ(errors(), Lines{withError(intoHbFailed, -EIO)});
     EXPECT_TRUE(imageUnlocked());
     // Into a Surface the image is unlocked first (its failure only logged), then the target.
-    makeTarget(HAL_PIXEL_FORMAT_YCrCb_420_SP, w, h);
+    makeTarget(kNv21, w, h);
     host::injectFault("buffer.unlock", -EIO, 2);
-    EXPECT_EQ(util()->nativeProduceFrameWithYuv420(env, target.javaSurface, image), -EIO);
-    EXPECT_EQ(
-            logTexts(kSurfaceTag, ANDROID_LOG_ERROR),
-            (std::vector<std::string>{
-                    "unlockImageFromBuffer: Unlock buffer failed!",
-                    withError("nativeProduceFrameWithYuv420: Error while producing frame", -EIO)}));
+    EXPECT_EQ(intoSurface(image), -EIO);
+    EXPECT_EQ(errors(), (Lines{"unlockImageFromBuffer: Unlock buffer failed!",
+                               withError("nativeProduceFrameWithYuv420" + failed, -EIO)}));
     expectCancelled();
     EXPECT_FALSE(imageUnlocked());  // the fault kept the image's lock
 
     // A closed hardware buffer: -22 with the warning, the image not even looked up.
     close(hb);
     host::resetFaultsAndCalls();
-    EXPECT_EQ(util()->nativeProduceFrameToHardwareBuffer(env, image, hb), android::BAD_VALUE);
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_WARN,
-                       "nativeProduceFrameToHardwareBuffer: HardwareBuffer already released!!!"));
+    EXPECT_EQ(intoBuffer(image, hb), android::BAD_VALUE);
+    EXPECT_TRUE(
+            logged(kSurfaceTag, ANDROID_LOG_WARN, intoHb + ": HardwareBuffer already released!!!"));
     EXPECT_EQ(host::callCount("buffer.lockAsyncYCbCr"), 0u);
 
     // An RGBA Surface: -38 after cancelling.
     makeTarget(HAL_PIXEL_FORMAT_RGBA_8888, w, h);
-    EXPECT_EQ(util()->nativeProduceFrameWithYuv420(env, target.javaSurface, image),
-              android::INVALID_OPERATION);
+    EXPECT_EQ(intoSurface(image), android::INVALID_OPERATION);
     expectCancelled();
 
     // A released image: 0 into a Surface, -22 into a hardware buffer, warnings both.
     close(image);
     host::clearCapturedLogs();
-    EXPECT_EQ(util()->nativeProduceFrameWithYuv420(env, target.javaSurface, image), 0);
-    hb = newHardwareBuffer(w, h, HAL_PIXEL_FORMAT_YCrCb_420_SP);
-    EXPECT_EQ(util()->nativeProduceFrameToHardwareBuffer(env, image, hb), android::BAD_VALUE);
+    EXPECT_EQ(intoSurface(image), 0);
+    EXPECT_EQ(intoBuffer(image, newHardwareBuffer(w, h, kNv21)), android::BAD_VALUE);
     EXPECT_EQ(logTexts(kSurfaceTag, ANDROID_LOG_WARN),
-              (std::vector<std::string>{
-                      "Image already released!!!",
-                      "nativeProduceFrameToHardwareBuffer: Image already released!!!"}));
+              (Lines{"Image already released!!!", intoHb + ": Image already released!!!"}));
 }
 
 }  // namespace
