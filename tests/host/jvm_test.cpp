@@ -178,7 +178,7 @@ TEST_F(HardwareBufferTest, CreatesOnTheProfileAndCloseDropsTheNativeBuffer) {
     AHardwareBuffer_Desc desc{};
     AHardwareBuffer_describe(native, &desc);
     // The stride padded on this profile.
-    EXPECT_EQ(std::tie(desc.width, desc.height, desc.format, desc.stride, desc.usage),
+    EXPECT_EQ(std::make_tuple(desc.width, desc.height, desc.format, desc.stride, desc.usage),
               std::make_tuple(1000u, 750u, uint32_t{HAL_PIXEL_FORMAT_YCBCR_P010}, 1024u,
                               uint64_t{kCpuUsage}));
     EXPECT_EQ(call(buffer, "getFormat", "()I"), HAL_PIXEL_FORMAT_YCBCR_P010);

@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
-#include <tuple>
 #include <vector>
 
 // The driver tests' support first: it chooses the OpenCL version of the headers.
@@ -70,9 +69,9 @@ std::string clError(int line, const char* call, const char* status, int code) {
 bool loggedError(const std::string& line) {
     const std::vector<std::string> log = lines(kConvTag);
     return std::any_of(log.begin(), log.end(), [&](const std::string& l) {
-        return line[0] == '['
-                       ? l.rfind("6 ", 0) == 0 && l.find("FormatConverter.cpp" + line) != l.npos
-                       : l == "6 " + line;
+        return line[0] == '[' ? l.rfind("6 ", 0) == 0 &&
+                                        l.find("qcom/FormatConverter.cpp" + line) != l.npos
+                              : l == "6 " + line;
     });
 }
 
@@ -146,10 +145,11 @@ TEST_F(GpuTest, AllocatorMakesAVenusNv21BufferAndItsRecord) {
     sp<GraphicBuffer> buffer = new GraphicBuffer(8, 8, HAL_PIXEL_FORMAT_RGBA_8888, 1, 3, "old");
     cl_mem_android_native_buffer_host_ptr record{};
     ASSERT_TRUE(vantora::GraphicBufferAllocator::allocateGraphicBuffer(buffer, record, 64, 30));
-    EXPECT_EQ(std::make_tuple(buffer->getPixelFormat(), buffer->getUsage(), record.anb_ptr),
-              std::make_tuple(0x114, uint64_t{0x333}, buffer->getNativeBuffer()));
-    EXPECT_EQ(std::tie(record.ext_host_ptr.allocation_type, record.ext_host_ptr.host_cache_policy),
-              std::make_tuple(0x40C6u, 0x40A5u));
+    EXPECT_EQ(buffer->getPixelFormat(), 0x114);
+    EXPECT_EQ(buffer->getUsage(), 0x333u);
+    EXPECT_EQ(record.ext_host_ptr.allocation_type, 0x40C6u);
+    EXPECT_EQ(record.ext_host_ptr.host_cache_policy, 0x40A5u);
+    EXPECT_EQ(record.anb_ptr, buffer->getNativeBuffer());
 
     // A zero size is refused: the record stays untouched, the pointer holds the unusable buffer.
     cl_mem_android_native_buffer_host_ptr untouched{};
