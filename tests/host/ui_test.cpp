@@ -31,8 +31,7 @@ using aidl::android::hardware::graphics::common::PlaneLayoutComponent;
 using Type = aidl::android::hardware::graphics::common::PlaneLayoutComponentType;
 using android::ui::PlaneLayout;
 using host::planeLayoutComponent;
-using hosttest::alignTo;
-using hosttest::ScopedProfile;
+using namespace hosttest;
 using Components = std::vector<PlaneLayoutComponent>;
 
 constexpr uint64_t kRead = GRALLOC_USAGE_SW_READ_OFTEN, kWrite = GRALLOC_USAGE_SW_WRITE_OFTEN;
@@ -474,7 +473,7 @@ TEST_F(GraphicBufferTest, FencesWaitForTheirDescriptorAndAsyncLocksCloseThem) {
               std::make_tuple(none->isValid(), none->wait(0), none->dup(), none->getStatus()));
 
     sp<GraphicBuffer> buffer = make(HAL_PIXEL_FORMAT_YCbCr_420_888);
-    const int fdsBefore = hosttest::openFdCount();
+    const int fdsBefore = openFdCount();
     int pipeFds[2];
     ASSERT_EQ(0, pipe(pipeFds));
     sp<Fence> fence = new Fence(dup(pipeFds[0]));
@@ -496,13 +495,13 @@ TEST_F(GraphicBufferTest, FencesWaitForTheirDescriptorAndAsyncLocksCloseThem) {
     int fenceFd = 0;
     EXPECT_EQ(OK, buffer->unlockAsync(&fenceFd));
     EXPECT_EQ(-1, fenceFd);
-    EXPECT_EQ(fdsBefore, hosttest::openFdCount());  // the lock closed the pipe's read end
+    EXPECT_EQ(fdsBefore, openFdCount());  // the lock closed the pipe's read end
 
     host::injectFault("buffer.lockAsync", NO_MEMORY);
     void* data = nullptr;
     EXPECT_EQ(NO_MEMORY, buffer->lockAsync(kRead, &data, dup(STDERR_FILENO)));
     EXPECT_EQ(BAD_VALUE, buffer->lockAsyncYCbCr(0, &ycbcr, dup(STDERR_FILENO)));
-    EXPECT_EQ(fdsBefore, hosttest::openFdCount());
+    EXPECT_EQ(fdsBefore, openFdCount());
 }
 
 TEST_F(GraphicBufferTest, ReallocateReplacesTheBufferOnlyWhenItMust) {
@@ -510,9 +509,8 @@ TEST_F(GraphicBufferTest, ReallocateReplacesTheBufferOnlyWhenItMust) {
     constexpr int32_t kRgba = HAL_PIXEL_FORMAT_RGBA_8888;
     const uint64_t usage = kCpuUsage | GRALLOC_USAGE_HW_TEXTURE | GRALLOC_USAGE_HW_RENDER;
     sp<GraphicBuffer> buffer = new GraphicBuffer();
-    EXPECT_EQ(OK, buffer->initCheck());
-    EXPECT_EQ(nullptr, buffer->handle);
-    EXPECT_EQ(0u, buffer->getFdCount());
+    EXPECT_EQ(std::make_tuple(OK, nullptr, 0u),
+              std::make_tuple(buffer->initCheck(), buffer->handle, buffer->getFdCount()));
     void* data = nullptr;
     EXPECT_EQ(BAD_VALUE, buffer->lock(kRead, &data));  // no memory to lock
     ASSERT_EQ(OK, buffer->reallocate(640, 480, kVenus, 1, usage));
@@ -525,8 +523,7 @@ TEST_F(GraphicBufferTest, ReallocateReplacesTheBufferOnlyWhenItMust) {
 
     // A refused size leaves no buffer, with initCheck still that of the object.
     EXPECT_EQ(BAD_VALUE, buffer->reallocate(0, 480, kVenus, 1, usage));
-    EXPECT_EQ(nullptr, buffer->handle);
-    EXPECT_EQ(OK, buffer->initCheck());
+    EXPECT_EQ(std::make_tuple(nullptr, OK), std::make_tuple(buffer->handle, buffer->initCheck()));
 
     sp<GraphicBuffer> owner = make(kRgba);
     sp<GraphicBuffer> wrapper = new GraphicBuffer(owner->handle, GraphicBuffer::WRAP_HANDLE, 64, 16,
@@ -567,8 +564,8 @@ TEST_F(GraphicBufferTest, NativeAndHardwareBufferViewsLeadBackToTheSameObject) {
     AHardwareBuffer_Planes planes = {};
     ASSERT_EQ(0, AHardwareBuffer_lockPlanes(hardwareBuffer, AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN,
                                             -1, nullptr, &planes));
-    EXPECT_EQ(3u, planes.planeCount);
-    EXPECT_EQ(2u, planes.planes[1].pixelStride);
+    EXPECT_EQ(std::make_pair(3u, 2u),
+              std::make_pair(planes.planeCount, planes.planes[1].pixelStride));
     EXPECT_EQ(0, AHardwareBuffer_unlock(hardwareBuffer, nullptr));
     void* data = nullptr;
     EXPECT_EQ(-EINVAL, AHardwareBuffer_lock(hardwareBuffer, AHARDWAREBUFFER_USAGE_GPU_SAMPLED_IMAGE,
