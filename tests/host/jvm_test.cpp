@@ -81,9 +81,7 @@ TEST_F(JvmHarnessTest, DISABLED_FailsOnPendingException) {
 }
 
 TEST_F(JvmHarnessTest, DISABLED_FailsOnPendingExceptionWithoutMessage) {
-    jclass npe = env->FindClass("java/lang/NullPointerException");
-    env->Throw(
-            static_cast<jthrowable>(env->NewObject(npe, env->GetMethodID(npe, "<init>", "()V"))));
+    env->ThrowNew(env->FindClass("java/lang/NullPointerException"), nullptr);
 }
 
 TEST(JvmHarnessSelfCheck, TheDetectorsFailTheTestsThatMisuseJni) {
@@ -224,9 +222,8 @@ TEST_F(HardwareBufferTest, CreateRefusesWhatTheAllocatorCannotMake) {
 // Java Surface that an app leaks, never closed or released, drop their native object once
 // collected.
 TEST_F(HardwareBufferTest, ObjectsNeverClosedDropTheirNativeObjectWhenCollected) {
-    AHardwareBuffer_Desc desc{
-            32, 16, 1, AHARDWAREBUFFER_FORMAT_R8G8B8A8_UNORM, static_cast<uint64_t>(kCpuUsage),
-            0,  0,  0};
+    AHardwareBuffer_Desc desc{32, 16, 1, AHARDWAREBUFFER_FORMAT_R8G8B8A8_UNORM, uint64_t{kCpuUsage},
+                              0,  0,  0};
     AHardwareBuffer* native = nullptr;
     ASSERT_EQ(AHardwareBuffer_allocate(&desc, &native), 0);
     wp<GraphicBuffer> weakBuffer = GraphicBuffer::fromAHardwareBuffer(native);

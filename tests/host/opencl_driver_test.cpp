@@ -170,7 +170,6 @@ TEST(OpenClDriver, ReportsOneGpuAndTheGrallocRowPitchesBesideTheIcdLoader) {
               reinterpret_cast<void*>(s.clGetDeviceImageInfoQCOM));
     EXPECT_EQ(s.clGetExtensionFunctionAddress("clGetGLContextInfoKHR"), nullptr);
 
-    // Row pitches of the device profile's gralloc layouts.
     const struct {
         const char* profile;
         cl_uint order;
@@ -190,8 +189,7 @@ TEST(OpenClDriver, ReportsOneGpuAndTheGrallocRowPitchesBesideTheIcdLoader) {
         EXPECT_EQ(s.clGetDeviceImageInfoQCOM(s.device, c.width, c.height, &format,
                                              CL_IMAGE_ROW_PITCH, sizeof(pitch), &pitch, nullptr),
                   CL_SUCCESS);
-        EXPECT_EQ(pitch, c.rowPitch)
-                << c.profile << " " << std::hex << c.order << std::dec << " " << c.width;
+        EXPECT_EQ(pitch, c.rowPitch) << c.profile << " " << c.width;
     }
     const cl_image_format unsupported = {CL_RGBA, CL_FLOAT};
     EXPECT_EQ(s.clGetDeviceImageInfoQCOM(s.device, 16, 16, &unsupported, CL_IMAGE_ROW_PITCH,
@@ -236,8 +234,7 @@ TEST(CompressedNv12, RoundTripsLosslesslyAndStoresFlatTilesShort) {
     EXPECT_FALSE(host::encodeCompressedNv12(*nv12, picture.bytes.data(), 8, picture.uv(), 8));
 }
 
-// Runs `kernel` of the tests' program over width x height with `args` (memory objects and
-// samplers), to the end.
+// Runs kernel `name` of the tests' program over width x height with `args`, to the end.
 void runKernel(const char* name, std::initializer_list<const void*> args, size_t width,
                size_t height) {
     ClSession& s = ClSession::get();
