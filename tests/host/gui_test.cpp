@@ -91,6 +91,17 @@ protected:
         return mConsumer->releaseBuffer(item.mSlot, item.mFrameNumber, Fence::NO_FENCE);
     }
 
+    sp<GraphicBuffer> produce(int64_t timestamp, const std::vector<uint8_t>& contents = {}) {
+        sp<GraphicBuffer> buffer;
+        const int slot = dequeue(&buffer);
+        if (!contents.empty()) {
+            EXPECT_TRUE(host::writeBufferContents(*buffer, contents.data(), contents.size()));
+        }
+        EXPECT_EQ(OK,
+                  queue(slot, timestamp, Rect(2, 2, 8, 6), NATIVE_WINDOW_SCALING_MODE_SCALE_CROP));
+        return buffer;
+    }
+
     sp<IGraphicBufferProducer> mProducer;
     sp<IGraphicBufferConsumer> mConsumer;
     sp<CountingConsumerListener> mListener;
@@ -302,19 +313,7 @@ TEST_F(BufferQueueTest, DequeueWaitsForAReleaseTimesOutOrRefusesToBlock) {
 }
 
 // The consumer classes on the queue of BufferQueueTest (whose listener stays unconnected).
-class ConsumerClassesTest : public BufferQueueTest {
-protected:
-    sp<GraphicBuffer> produce(int64_t timestamp, const std::vector<uint8_t>& contents = {}) {
-        sp<GraphicBuffer> buffer;
-        const int slot = dequeue(&buffer);
-        if (!contents.empty()) {
-            EXPECT_TRUE(host::writeBufferContents(*buffer, contents.data(), contents.size()));
-        }
-        EXPECT_EQ(OK,
-                  queue(slot, timestamp, Rect(2, 2, 8, 6), NATIVE_WINDOW_SCALING_MODE_SCALE_CROP));
-        return buffer;
-    }
-};
+using ConsumerClassesTest = BufferQueueTest;
 
 TEST_F(ConsumerClassesTest, CpuConsumerLocksFrameAsFlexibleYuv) {
     hosttest::ScopedProfile phone("phone-nv21");
@@ -434,8 +433,7 @@ TEST_F(SurfaceTest, QueriesPerformAndConnectAnswerFromTheSurfaceOrTheQueue) {
     EXPECT_EQ(HAL_PIXEL_FORMAT_RGBA_8888, query(NATIVE_WINDOW_FORMAT));
 }
 
-// Size, format, transform, scaling mode, explicit timestamp and data space on each buffer are
-// SurfaceConfigurationTest's; here the usage, crop, API, timestamp's life and user dimensions.
+// Size, format, transform, scaling, explicit timestamp and data space: SurfaceConfigurationTest.
 TEST_F(SurfaceTest, ProducerSettingsShapeAndTravelWithEachBuffer) {
     const uint64_t usage = GRALLOC_USAGE_SW_WRITE_OFTEN | (uint64_t{1} << 33);
     ASSERT_EQ(OK, native_window_set_usage(mWindow, usage));
