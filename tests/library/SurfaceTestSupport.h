@@ -10,11 +10,11 @@
 #include <testsupport/TestSurface.h>
 #include <ui/GraphicBuffer.h>
 
-#include <hostcontrol/LogCapture.h>
-
 #include <algorithm>
 #include <optional>
 #include <string>
+
+#include "LibraryTestSupport.h"
 
 namespace nuvra::test {
 
@@ -61,14 +61,9 @@ inline void expectNoPendingException(JNIEnv* env) {
 // Whether `buffer` was still locked, unlocking it: the gralloc complains (tag "Gralloc4") about
 // the unlock of a buffer that is not locked, and only then.
 inline bool wasLeftLocked(const android::sp<android::GraphicBuffer>& buffer) {
-    auto complaints = [] {
-        const std::vector<host::LogLine> lines = host::capturedLogs();
-        return std::count_if(lines.begin(), lines.end(),
-                             [](const host::LogLine& l) { return l.tag == "Gralloc4"; });
-    };
-    const auto before = complaints();
+    const size_t before = logTexts("Gralloc4", ANDROID_LOG_ERROR).size();
     buffer->unlock();
-    return complaints() == before;
+    return logTexts("Gralloc4", ANDROID_LOG_ERROR).size() == before;
 }
 
 // "<prefix> <strerror(-err)> (<err>)<end>", the platform-error ending of the library's lines.
