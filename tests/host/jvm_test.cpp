@@ -22,6 +22,7 @@
 namespace {
 
 using namespace android;
+using nuvra::test::expectPending;
 using nuvra::test::JniTest;
 using nuvra::test::makeTestSurface;
 using nuvra::test::TestSurface;
@@ -110,12 +111,6 @@ TEST(JvmHarnessSelfCheck, TheDetectorsFailTheTestsThatMisuseJni) {
 
 constexpr jlong kCpuUsage =
         AHARDWAREBUFFER_USAGE_CPU_READ_OFTEN | AHARDWAREBUFFER_USAGE_CPU_WRITE_OFTEN;
-
-// Takes the pending exception, which must read `expected` ("" when none may be pending).
-void expectPending(JNIEnv* env, const std::string& expected) {
-    std::optional<nuvra::test::JavaException> pending = nuvra::test::takePendingException(env);
-    EXPECT_EQ(pending ? describe(*pending) : "", expected);
-}
 
 // Runs the collector and the finalizers until `weak` no longer promotes, or gives up.
 template <typename T>

@@ -22,6 +22,7 @@ namespace {
 using namespace hosttest;
 using host::CameraSource;
 using host::RgbPicture;
+using nuvra::test::expectPending;
 
 constexpr jint kYuv420888 = 0x23, kJpeg = 0x100;  // the readers' public formats
 constexpr uint32_t kWidth = 37, kHeight = 21;
@@ -57,15 +58,15 @@ TEST_F(ImageReaderTest, ImagesHoldTheirBufferItemUntilClosedUpToMaxImages) {
     ASSERT_NE(second, nullptr);
     EXPECT_EQ(itemOf(second)->mTimestamp, 200);
     EXPECT_EQ(acquireNext(mReader), nullptr);
-    expectPending(
-            "java.lang.IllegalStateException: maxImages (2) has already been acquired, "
-            "call #close before acquiring more.");
+    expectPending(env,
+                  "java.lang.IllegalStateException: maxImages (2) has already been acquired, "
+                  "call #close before acquiring more.");
     EXPECT_EQ(host::imageReaderSlotCounts(env, mReader).queued, 1);
 
     close(image);
     close(image);
     EXPECT_EQ(callInt(image, "getWidth"), 0);
-    expectPending("java.lang.IllegalStateException: Image is already closed");
+    expectPending(env, "java.lang.IllegalStateException: Image is already closed");
     jobject third = acquireNext(mReader);
     ASSERT_NE(third, nullptr);
     EXPECT_EQ(itemOf(third)->mTimestamp, 300);
@@ -93,14 +94,14 @@ TEST_F(ImageReaderTest, ImagesHoldTheirBufferItemUntilClosedUpToMaxImages) {
 // match the reader's (flexible YUV readers take any YUV buffer).
 TEST_F(ImageReaderTest, RefusesNv21ReadersAndMismatchedBuffers) {
     EXPECT_EQ(newReader(64, 48, HAL_PIXEL_FORMAT_YCrCb_420_SP, 1), nullptr);
-    expectPending("java.lang.IllegalArgumentException: NV21 format is not supported");
+    expectPending(env, "java.lang.IllegalArgumentException: NV21 format is not supported");
 
     openReader(64, 48, HAL_PIXEL_FORMAT_RAW10, 1);
     produce(mProducer, HAL_PIXEL_FORMAT_RAW12, 1);
     EXPECT_EQ(acquireNext(mReader), nullptr);
-    expectPending(
-            "java.lang.UnsupportedOperationException: The producer output buffer format "
-            "0x26 doesn't match the ImageReader's configured buffer format 0x25.");
+    expectPending(env,
+                  "java.lang.UnsupportedOperationException: The producer output buffer format "
+                  "0x26 doesn't match the ImageReader's configured buffer format 0x25.");
     EXPECT_EQ(host::imageReaderSlotCounts(env, mReader).acquired, 0);
     EXPECT_EQ(host::imageReaderFreeItemCount(env, mReader), 1);
 

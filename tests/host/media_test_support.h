@@ -84,12 +84,6 @@ protected:
         env->DeleteLocalRef(clazz);
     }
 
-    // Takes the pending exception, which must read `expected`.
-    void expectPending(const std::string& expected) {
-        std::optional<nuvra::test::JavaException> pending = nuvra::test::takePendingException(env);
-        EXPECT_EQ(pending ? describe(*pending) : "none pending", expected);
-    }
-
     jobject acquireNext(jobject reader) {
         return callObject(reader, "acquireNextImage", "()Landroid/media/Image;");
     }

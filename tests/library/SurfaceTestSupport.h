@@ -44,18 +44,10 @@ inline int dequeuableBuffers(TestSurface& ts) {
     return static_cast<int>(held.size());
 }
 
-// The one Java exception pending, taken off the thread.
+// The one Java exception pending, taken off the thread: `className` with `message`.
 inline void expectPendingException(JNIEnv* env, const std::string& className,
                                    const std::optional<std::string>& message) {
-    std::optional<JavaException> e = takePendingException(env);
-    ASSERT_TRUE(e.has_value()) << "expected " << className;
-    EXPECT_EQ(e->className, className);
-    EXPECT_EQ(e->message, message);
-}
-
-inline void expectNoPendingException(JNIEnv* env) {
-    std::optional<JavaException> e = takePendingException(env);
-    EXPECT_FALSE(e.has_value()) << describe(*e);
+    expectPending(env, describe({className, message}));
 }
 
 // Whether `buffer` was still locked, unlocking it: the gralloc complains (tag "Gralloc4") about

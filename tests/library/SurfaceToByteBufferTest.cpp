@@ -110,11 +110,7 @@ TEST_F(SurfaceToByteBufferTest, SixteenBitFramesAndTheVendorBranch) {
     // IMPLEMENTATION_DEFINED whose YCbCr lock fails is locked whole: the vendor branch. On a
     // Qualcomm board with NV12 order the Cb-first chroma is turned into V, U; K.ORB and MT copy
     // the chroma that follows the luma as it is.
-#if defined(NUVRA_TEST_VENDOR_QCOM)
-    ASSERT_TRUE(host::selectDeviceProfile("packed-qcom"));
-#else
-    ASSERT_TRUE(host::selectDeviceProfile("packed-nv21"));
-#endif
+    ASSERT_TRUE(host::selectDeviceProfile(kQcom ? "packed-qcom" : "packed-nv21"));
     setLogLevel("V");
     frame = queueFrame(HAL_PIXEL_FORMAT_IMPLEMENTATION_DEFINED, w, h);
     std::vector<uint8_t> copy(w * h * 3 / 2, 0xEE);
@@ -124,20 +120,20 @@ TEST_F(SurfaceToByteBufferTest, SixteenBitFramesAndTheVendorBranch) {
         return logged(kSurfaceTag, ANDROID_LOG_VERBOSE, std::string(kName) + ": " + text);
     };
     EXPECT_TRUE(said("lockAsync"));
-#if defined(NUVRA_TEST_VENDOR_QCOM)
-    // The board's order is read once per process: whichever it was, the chroma comes from right
-    // after the luma, swapped pairwise for NV12.
-    EXPECT_TRUE(said("QCOM"));
-    // The run on an NV12-ordered board (a process started as one; see CMakeLists.txt) must take
-    // the swapping branch.
-    if (getenv("NUVRA_TEST_NV12_BOARD") != nullptr) {
-        EXPECT_TRUE(said("SURFACE FORMAT NV12"));
+    if (kQcom) {
+        // The board's order is read once per process: whichever it was, the chroma comes from
+        // right after the luma, swapped pairwise for NV12.
+        EXPECT_TRUE(said("QCOM"));
+        // The run on an NV12-ordered board (a process started as one; see CMakeLists.txt) must
+        // take the swapping branch.
+        if (getenv("NUVRA_TEST_NV12_BOARD") != nullptr) {
+            EXPECT_TRUE(said("SURFACE FORMAT NV12"));
+        }
+        EXPECT_EQ(copy, packedSemiPlanar(frame, size_t{w} * h, said("SURFACE FORMAT NV12"), 0xEE));
+    } else {
+        EXPECT_TRUE(said("yStride == Width"));
+        EXPECT_EQ(copy, packedSemiPlanar(frame, frame.layout.crOffset, false, 0xEE));
     }
-    EXPECT_EQ(copy, packedSemiPlanar(frame, size_t{w} * h, said("SURFACE FORMAT NV12"), 0xEE));
-#else
-    EXPECT_TRUE(said("yStride == Width"));
-    EXPECT_EQ(copy, packedSemiPlanar(frame, frame.layout.crOffset, false, 0xEE));
-#endif
 }
 
 TEST_F(SurfaceToByteBufferTest, CompressedFramesDecompressOnTheGpuOnQualcommOnly) {
@@ -152,15 +148,15 @@ TEST_F(SurfaceToByteBufferTest, CompressedFramesDecompressOnTheGpuOnQualcommOnly
     std::vector<uint8_t> out(w * h * 3 / 2, 0);
     EXPECT_EQ(copyOut(out, static_cast<jlong>(out.size())), 0);
     EXPECT_FALSE(wasLeftLocked(frame.buffer));
-#if defined(NUVRA_TEST_VENDOR_QCOM)
-    EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_INFO, "UBWC -> YUV: converted"));
-    std::vector<uint8_t> nv21 = nv12;  // Cb, Cr turned into Cr, Cb
-    for (size_t i = w * h; i < nv21.size(); i += 2) std::swap(nv21[i], nv21[i + 1]);
-    EXPECT_EQ(out, nv21);
-#else
-    EXPECT_TRUE(logTexts(kSurfaceTag, ANDROID_LOG_INFO).empty());
-    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == 0; }));
-#endif
+    if (kQcom) {
+        EXPECT_TRUE(logged(kSurfaceTag, ANDROID_LOG_INFO, "UBWC -> YUV: converted"));
+        std::vector<uint8_t> nv21 = nv12;  // Cb, Cr turned into Cr, Cb
+        for (size_t i = w * h; i < nv21.size(); i += 2) std::swap(nv21[i], nv21[i + 1]);
+        EXPECT_EQ(out, nv21);
+    } else {
+        EXPECT_TRUE(logTexts(kSurfaceTag, ANDROID_LOG_INFO).empty());
+        EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == 0; }));
+    }
     host::setSphalSearchPath(saved);
 }
 

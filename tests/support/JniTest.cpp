@@ -56,6 +56,11 @@ std::string describe(const JavaException& exception) {
                              : exception.className;
 }
 
+void expectPending(JNIEnv* env, const std::string& expected) {
+    std::optional<JavaException> pending = takePendingException(env);
+    EXPECT_EQ(pending ? describe(*pending) : "", expected);
+}
+
 std::optional<std::string> toStdString(JNIEnv* env, jstring string) {
     if (string == nullptr) return std::nullopt;
     const char* chars = env->GetStringUTFChars(string, nullptr);

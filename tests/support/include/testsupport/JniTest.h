@@ -32,6 +32,10 @@ std::optional<JavaException> takePendingException(JNIEnv* env);
 // "className: message" (or the bare class name) for assertion messages.
 std::string describe(const JavaException& exception);
 
+// Takes the pending exception, which must read `expected` as describe() gives it ("" when none
+// may be pending).
+void expectPending(JNIEnv* env, const std::string& expected);
+
 // The UTF-8 text of a Java string; nullopt for null.
 std::optional<std::string> toStdString(JNIEnv* env, jstring string);
 
